@@ -17,6 +17,8 @@ void QLM_InitializeExceptionHandling(const std::string& logFolder, bool installS
 /// Writes "Program ending normally", puts the old handlers back, closes and destroys the logger. Once.
 void QLM_EndLogging();
 void QLM_RegisterThreadName(const std::string& name, uint32_t threadID);
+/// "UNREGISTERED_THREAD" for an unknown thread, "LOGGER_DISABLED" without a logger. Any thread.
+std::string QLM_GetThreadName(uint32_t threadID);
 void QLM_SetLoggingLevel(int level); ///< clamped to 0..3
 void QLM_LoadLoggingLevel(const std::string& configFolder); ///< reads loggingLevel.ini; raises the level to it
 void QLM_SetLoggingLevelToLoaded();
@@ -24,7 +26,7 @@ int QLM_GetLoggingLevel();
 const char* QLM_LoggingLevelName(int level);
 /// Writes the location only, on the main thread.
 void QLM_Heartbeat(const char* file, int line, int level);
-/// One line of text into the log, through the substitution.
+/// One line of text into the log at any level, through the substitution; indented on workers. Any thread.
 void QLM_LogText(const std::string& text);
 template <class... A> void QLM_Log(const char* format, const A&... args) { QLM_LogText(QLM_FormatText(format, args...)); }
 /// Copies the log as it lies in the file, then "END_LOG\n".
@@ -32,14 +34,19 @@ void QLM_DumpLog(FILE* file);
 std::string QLM_GetLogPath();
 
 void QLM_SetFailureHook(std::function<void(const std::string&)> hook);
-/// Logs the failure, then hands over to the hook, or shows the final report and ends the process.
+/// Logs the failure, then hands over to the hook, or shows the final report and ends the process. On a thread that is
+/// not the main thread it hands the text over instead. Never returns, unless the hook does.
 void QLM_ReportFailure(const std::string& text);
 /// True once a failure is under way: waits end, scopes write nothing.
 bool QLM_IsFailureUnderWay();
-/// Called by a failing worker: stores the text for the main thread and blocks it.
-void QLM_HandOverFailure(const std::string& text);
-/// On the main thread inside waits and the idle pass: takes up a failure that a worker handed over.
+/// Called by a failing worker: stores the text for the main thread and blocks the worker for ever.
+[[noreturn]] void QLM_HandOverFailure(const std::string& text);
+/// On the main thread inside waits and the idle pass: takes up a failure that a worker handed over. Elsewhere, and
+/// without a failure, it does nothing.
 void QLM_TakeUpFailure();
+/// A crash must be reported within half a minute or the process ends. A question on the failure road switches the
+/// alarm off while it stands and on again behind it. Without a crash it does nothing.
+void QLM_SetFailureAlarm(bool on);
 
 /// A stack object that writes its opening and end to the log.
 class QLM_TraceScope {
@@ -55,6 +62,7 @@ class QLM_TraceScope {
     void Open(const char* file, int line, const char* name, int level);
     void Close();
     bool opened = false;
+    uint32_t log = 0; ///< number of the log that holds the opening
     const char* name = nullptr;
 };
 

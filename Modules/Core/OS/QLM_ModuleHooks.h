@@ -12,6 +12,8 @@ struct QLM_TabletSettings {
 struct QLM_ModuleHooks {
     /// Swaps out maps that were not used lately; called on the main thread when memory is short.
     std::function<void()> sweepMaps;
+    /// Sets free what can leave memory; called by the allocator on any thread. The paging layer fills it in.
+    std::function<void()> releaseMemory;
     std::function<QLM_TabletSettings()> tabletSettings;
     /// Adds a folder to the temporary search paths.
     std::function<void(const std::string&)> addTemporarySearchPath;

@@ -1,8 +1,10 @@
 #pragma once
 // Threads: start, wait, yield, sleep.
 
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 
 enum class QLM_ThreadPriority { Normal, Highest };
@@ -16,6 +18,31 @@ void QLM_JoinThread(uint32_t threadID);
 uint32_t QLM_CurrentThreadID();
 void QLM_Sleep(); ///< the shortest platform sleep
 void QLM_Yield(); ///< gives up the time slice, then sleeps so
+
+/// Wakes threads that wait for a change of atomic state. Change the state first, then Notify.
+class QLM_Signal {
+  public:
+    void Notify() {
+        // An empty critical section: a waiter is either before its test or asleep.
+        { std::lock_guard<std::mutex> guard(mutex); }
+        changed.notify_all();
+    }
+    /// Blocks until `done()` holds; it runs under the signal's mutex. The main thread looks now and then for a failure
+    /// that a worker handed over, and then doesn't come back. While it reports a failure its waits end at once, with
+    /// false if `done()` doesn't hold.
+    template <class F> bool WaitUntil(F done) {
+        std::unique_lock<std::mutex> guard(mutex);
+        while (!done()) {
+            if (!Block(guard)) return false;
+        }
+        return true;
+    }
+
+  private:
+    bool Block(std::unique_lock<std::mutex>& guard);
+    std::mutex mutex;
+    std::condition_variable changed;
+};
 
 /// In a test build a random pause at places where threads meet; empty otherwise.
 #ifdef QLM_RANDOM_DELAYS

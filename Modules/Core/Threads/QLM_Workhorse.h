@@ -25,7 +25,7 @@ class QLM_Workhorse : public ThreadLocker, public virtual QLM_BaseClass {
     void FinishWorkIfNecessary();
     /// Returns once the worker stands at a safe point, or has no thread.
     void Pause();
-    void RequestPause() { pauseRequested = true; Wake(); }
+    void RequestPause();
     void Resume();
     /// Called last by every thread function.
     void OnThreadExit();
@@ -46,7 +46,10 @@ class QLM_Workhorse : public ThreadLocker, public virtual QLM_BaseClass {
     std::atomic<bool> pauseRequested{false}, paused{false}, stopRequested{false}, threadRunning{false}, working{false};
 
   private:
+    QLM_Signal stateChanged;
     std::atomic<uint32_t> wakeCount{0};
+    uint32_t wakesSeen = 0;               ///< the worker's own
+    std::atomic<uint32_t> threadToJoin{0}; ///< outlives `threadID`, which the worker itself clears
 };
 
 /// The weak set of all workhorses.

@@ -1,0 +1,135 @@
+#pragma once
+// The one object that owns everything that is not a window.
+
+#include "Core/OS/QLM_Clock.h"
+#include "Core/Objects/QLM_BaseClass.h"
+#include "Engine/QLM_Managers.h"
+#include "Engine/QLM_SearchPaths.h"
+
+#include <functional>
+#include <string>
+
+class QLM_DepthBuffer;
+class QLM_Material;
+class QLM_TopTreeGroup;
+class QLM_Workhorse;
+
+/// What a shell does for the engine. Missing entries are not called. All on the main thread.
+struct QLM_ShellCallbacks {
+    std::function<void(int eventID)> refreshInterface; ///< update and window events, already coalesced
+    std::function<bool()> isModal;
+    std::function<void()> requestRedraw;
+    std::function<void(const std::string& name, int value)> runCommand; ///< event 5001
+    std::function<void()> settingsChanged;
+};
+
+/// What the composition root makes for the engine.
+struct QLM_EngineParts {
+    std::function<void(QLM_Managers&)> createManagers;                    ///< the 24, in table order
+    std::function<QLM_Material*()> createEmptyMaterial;
+    std::function<QLM_DepthBuffer*(bool byteType)> createDepthBuffer;
+    std::function<QLM_BaseClass*()> createOverlayWorkhorse;
+};
+
+struct QLM_KeyModifiers {
+    bool shift = false, control = false, alt = false;
+};
+
+/// Settings of the wheel: the first that is set decides, in this order.
+struct QLM_WheelFlags {
+    bool varyStrength = false, varySize = false, varyDensity = false, varyHardness = false, navZoom = true;
+};
+
+/// Main thread, but for reads of plain settings by workers that copied them at the press.
+class QLM_Engine : public virtual QLM_BaseClass {
+  public:
+    ~QLM_Engine() override;
+
+    /// Start-up: settings, managers, defaults. Called once by QLM_CreateEngine.
+    void Initialize(const char* productName, const QLM_EngineParts& parts);
+    void OnIdleOrPassive();
+    /// Asks and, on agreement, ends the process; false when the user declines.
+    bool ExitRequested();
+    /// The sequence of ExitRequested without question and process end; for shells without windows and tests.
+    void ShutDown();
+    void SaveSettings();
+    void LoadSettings();
+    void LoadSplashScreenInfoFromFile();
+    enum FindFlags : uint32_t { FindAskUser = 1, FindRecursive = 2 };
+    /// The name as it stands, then each search path, then the temporary ones; case-blind. False on a miss.
+    bool FindFile(const std::string& name, uint32_t flags, std::string& out);
+    void ClearAll();
+    void ResetDisplaySettings();
+    void SetProjectChanged() { projectChanged = true; }
+    void SignalReadyToExecute();
+
+    // The shells' road. Coordinates are canvas pixels, physical, origin at the top left.
+    enum class Button { Left = 0, Middle = 1, Right = 2 };
+    /// True when the press was taken.
+    bool PointerPress(Button button, float x, float y, QLM_KeyModifiers modifiers);
+    void PointerMove(float x, float y);
+    void PointerRelease(Button button, float x, float y);
+    /// Notches above 0 turn away from the user.
+    void Wheel(float notches, float x, float y);
+    /// A key by its code (27 Escape, 13 Enter, else the character). True when somebody acted.
+    bool Key(int code, QLM_KeyModifiers modifiers);
+    /// One pass of the main window's idle handler. False when it did not run (not ready, modal, button down).
+    bool IdlePass();
+    /// Draws one frame of the canvas: counts the redraw, draws the viewports that need it and finishes them.
+    void DrawFrame();
+    /// True while an event, a redraw, a render or an awaited workhorse is outstanding; `what` names it.
+    bool IsWorkPending(std::string& what);
+    /// Waits, with the clock still, for unfinished renders and for workhorses whose result is awaited.
+    void WaitForBackgroundWork();
+
+    std::string name;
+    std::string productName;
+    std::string statusText;
+    QLM_Managers* managers = nullptr;
+    QLM_List<QLM_TopTreeGroup*> topTreeGroups;
+    std::vector<std::string> startupMessages;
+    float sceneMatrix[16];
+    QLM_Material* emptyMaterial = nullptr;      ///< owned; "__QLM_EMPTY__"
+    QLM_BaseClass* overlayWorkhorse = nullptr;  ///< owned
+    uint8_t viewportToggleFlags[4] = {1, 1, 1, 0};
+    bool tabletPressureVariesStrength = true, tabletPressureVariesDensity = false;
+    bool tabletPressureVariesHardness = false, tabletPressureVariesPseudoSize = true;
+    float tabletSensitivity = 0.5f, mouseWheelSensitivity = 0.5f, tabletCutoff = 0.01f;
+    bool continuousZoom = false;
+    QLM_DepthBuffer* depthBufferA = nullptr; ///< owned; bytes: the gutter field of a paint pass
+    QLM_DepthBuffer* depthBufferB = nullptr; ///< owned; floats: the depth of the render that a stroke was drawn on
+    bool isReady = false;
+    QLM_SearchPaths searchPaths, temporarySearchPaths;
+    int32_t undoLimit = 1024;
+    bool showHints = true, loadDefaultProject = true;
+    std::string configDirectory, settingsPath, defaultProjectPath;
+    std::string importPath, exportPath, imagesPath, projectsPath;
+    std::string ttSourcePath, ttContentFolder, ttPresetFiles, ttOutputTextures;
+    int32_t runCount = 0;
+    QLM_Stopwatch lastViewportChangeTimer, applicationTimer;
+    std::string splashScreenPath, splashScreenInfoPath, splashScreenFileName, splashScreenMoreInfo;
+    bool projectChanged = false;
+
+    uint32_t redrawCounter = 0;        ///< one step of the undo history a frame
+    bool commandRan = false;
+    bool missingMorphFlag = false;
+    int selectionMode = 0;             ///< 0 vertices, 1 polygons
+    bool autoWrapUVs = false;
+    QLM_WheelFlags wheelFlags;
+    float foregroundColor[3] = {1.0f, 1.0f, 1.0f};
+    float backgroundColor[3] = {0.0f, 0.0f, 0.0f};
+    float displayColors[6] = {};       ///< the two checker colours, RGB each
+    bool useUserSettings = true;       ///< false under a script: reads and saves none of the user's settings
+
+    // Settings that the shell owns and the ini keeps.
+    bool doPromptforHotkeyAssignment = true, showHoverHints = true;
+    uint32_t colorTheme = 0;
+    bool canToggleLeftPanel = true, canToggleRightPanel = true, canToggleTopPanel = true, canToggleBottomPanel = true;
+
+    QLM_ShellCallbacks shell;
+};
+
+/// Makes the engine; a second one raises "Only one instance of QLM_Engine is allowed".
+void QLM_CreateEngine(const char* name, const QLM_EngineParts& parts, const QLM_ShellCallbacks& shell, bool useUserSettings);
+/// The engine, null before and after its life. Any thread.
+QLM_Engine* QLM_GetEngine();

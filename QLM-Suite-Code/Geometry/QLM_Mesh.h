@@ -1,0 +1,74 @@
+#pragma once
+// A polygon mesh with separate position and texture vertices, its behaviours split over a chain of containers.
+
+#include "Geometry/QLM_MeshContainers.h"
+#include "Geometry/QLM_MeshRoot.h"
+#include "Geometry/QLM_Polygon.h"
+
+class QLM_Group2;
+class QLM_MaterialMapList;
+class QLM_Object;
+
+/// Owned by its object. A builder calls SetSizes, fills vertices, texture vertices and polygons, then AfterRawBuild;
+/// nothing else may be read before that call. Counts and arrays change on the main thread while no worker runs.
+class QLM_Mesh : public QLM_MeshRoot,
+                 public QLM_MeshContainerOwner,
+                 public QLM_DisplayGroupFlagContainer,
+                 public QLM_TransformMeshContainer,
+                 public QLM_MeshLookupsContainer,
+                 public QLM_OctreeMeshContainer,
+                 public QLM_MeshFlagsContainer,
+                 public QLM_MeshMaterialContainer,
+                 public QLM_MeshGroupContainer,
+                 public QLM_MeshSymmetryContainer,
+                 public QLM_MeshDiscontinuousNormalsContainer,
+                 public QLM_MeshHotSelectionContainer,
+                 public QLM_MeshConcaveContainer,
+                 public QLM_WeldMeshContainer,
+                 public QLM_MeshMorphContainer,
+                 public QLM_MeshCalculateNormalsContainer,
+                 public QLM_MeshUtilitiesContainer {
+  public:
+    explicit QLM_Mesh(QLM_Object* object);
+    ~QLM_Mesh() override;
+
+    virtual void SetPolygonVertex(int p, int i, int v);
+    virtual void SetPolygonTextureVertex(int p, int i, int vt);
+    virtual void SetPolygonGroup(int p, int g);
+    virtual void SetPolygonMaterial(int p, int m);
+    /// Gives the polygon `n` corners (0..1000) of -1.
+    virtual void SetPolygonCornerCount(int p, int n);
+    virtual QLM_PolygonCorner* GetPolygonCorners(int p);
+    virtual void SetSizes(int vcount, int vtcount, int pcount);
+
+    const QLM_Polygon& GetPolygon(int p) const { return Polygons[p]; }
+    const QLM_Polygon* GetPolygons() const { return Polygons.data(); }
+
+    int GetMaterialCount() const override;
+    QLM_SafePtr<QLM_Material> GetMaterial(int index) const override;
+    void CalculatePolygonNormals(bool visibleOnly) override;
+    void CalculateVertexNormals(bool visibleOnly) override;
+    void CalculateNormals(bool visibleOnly) override;
+    int GetPolygonVertex(int p, int i) const override;
+    int GetPolygonTextureVertex(int p, int i) const override { return Polygons[p].corners[i].textureVertex; }
+    int GetPolygonRawVertex(int p, int i) const override { return Polygons[p].corners[i].vertex; }
+    int GetPolygonMaterial(int p) const override { return Polygons[p].material; }
+    int GetPolygonVertexCount(int p) const override { return Polygons[p].count; }
+    bool IsPolygonHidden(int p) const override;
+    bool IsPolygonLocked(int p) const override;
+    bool IsPolygonHiddenOrLocked(int p) const override;
+    void AfterRawBuild() override;
+    void SetVCount(int n) override;
+    void SetVTCount(int n) override;
+    void SetPCount(int n) override;
+
+    void CalculateBounds();
+    void GetPolygonUVBounds(int p, float* minUV, float* maxUV) const;
+    /// The resolved vertex through the engine's current model matrix.
+    void GetTransformedVertex(int v, float* out) const;
+    /// The material of a polygon, the engine's empty material when it has none.
+    QLM_Material* GetMaterialOfPolygon(int p) const;
+
+  private:
+    std::vector<QLM_Polygon> Polygons;
+};

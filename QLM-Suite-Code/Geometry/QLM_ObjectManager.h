@@ -1,0 +1,46 @@
+#pragma once
+// The tree of objects, the current object, and the refresh after a geometry change.
+
+#include "Engine/QLM_Manager.h"
+#include "Engine/QLM_TreeGroup.h"
+
+class QLM_Mesh;
+class QLM_Object;
+
+class QLM_ObjectManager : public QLM_Manager {
+  public:
+    QLM_ObjectManager();
+    ~QLM_ObjectManager() override;
+    void AfterClear() override;
+
+    void AddObject(QLM_Object* object); ///< takes ownership
+    void DeleteObject(QLM_Object* object);
+    void DeleteAllObjects();
+    /// The object by its ID, or the first one when the ID is stale; null with no objects.
+    QLM_Object* GetCurrentObject();
+    void SetCurrentObject(QLM_Object* object);
+    int GetObjectCount();
+    QLM_RootClassQueue<QLM_Object*> GetObjects(bool visibleOnly);
+    QLM_Object* FindObject(const std::string& name, int occurrence = 1);
+
+    void OnFullSurfaceChanged();
+    /// `range` is min u, min v, max u, max v.
+    void OnPartialSurfaceChanged(const float* range);
+    void OnShapeChanged(QLM_Object* object, bool redraw, bool resolve, bool normals);
+    void OnShapeChanged(bool redraw, bool resolve, bool normals);
+    void ForgetMesh(QLM_Mesh* mesh);
+    void ForgetObject(QLM_Object* object);
+
+    /// Half the diagonal of the box of all objects; 1.0 with none or below 1e-10.
+    float GetGlobalScale() const { return globalScale; }
+    void UpdateGlobalScale();
+    /// Box of all shown objects; false with none.
+    bool GetSceneBounds(float* minimum, float* maximum);
+
+    QLM_TopTreeGroup* GetTree() { return tree.Get(); }
+
+  private:
+    QLM_Owned<QLM_TopTreeGroup> tree;
+    uint32_t currentObjectID = 0;
+    float globalScale = 1.0f;
+};

@@ -1,0 +1,33 @@
+#pragma once
+// Nodes of the fixed-depth tree over a mesh's visible polygons.
+
+#include "Core/Objects/QLM_SimpleArray.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+class QLM_Mesh;
+
+enum QLM_OctreeNodeFlag : uint32_t {
+    eNode_HasChildren = 2, eNode_Selected = 0x10000, eNode_Touched = 0x40000, eNode_TouchedB = 0x80000,
+    eNode_DrawingValid = 0x100000
+};
+
+/// A box; leaves are contiguous ranges of the mesh's visible lists. Built on the main thread, read by workers.
+template <class Index> class QLM_OctreeNode {
+  public:
+    virtual ~QLM_OctreeNode() = default;
+    bool IsLeaf() const { return !(Flags & eNode_HasChildren); }
+
+    QLM_SimpleArray<Index> Vertices, Polygons; ///< filled during the build, emptied after it
+    int32_t Depth = 0;
+    uint32_t Flags = 0;
+    QLM_OctreeNode* Parent = nullptr;
+    std::unique_ptr<QLM_OctreeNode> Children[8];
+    QLM_Mesh* Mesh = nullptr;
+    float BoundsMin[3] = {}, BoundsMax[3] = {};           ///< follows the resolved shape
+    float BuildBoundsMin[3] = {}, BuildBoundsMax[3] = {}; ///< as made by the split
+    int32_t FirstPolygon = 0, EndPolygon = 0, FirstVertex = 0, EndVertex = 0;
+    float MinUV[2] = {2, 2}, MaxUV[2] = {-2, -2};         ///< UV range of the leaf's polygons
+};

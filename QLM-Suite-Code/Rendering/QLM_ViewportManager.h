@@ -1,0 +1,90 @@
+#pragma once
+// The four viewports: layout, drawing, and the road of the pointer to the tools.
+
+#include "Engine/QLM_Engine.h"
+#include "Engine/QLM_Manager.h"
+
+class QLM_Object;
+class QLM_Viewport;
+
+/// What a pick hits.
+struct QLM_PickResult {
+    QLM_Object* object = nullptr;
+    int polygon = -1;
+    float point[3] = {}; ///< world
+};
+
+enum class QLM_FrameMode { Object = 0, Selection = 1, Project = 2 };
+enum class QLM_StandardView { Front, Back, Left, Right, Top, Bottom };
+
+/// Main thread.
+class QLM_ViewportManager : public QLM_Manager {
+  public:
+    QLM_ViewportManager();
+    ~QLM_ViewportManager() override;
+    void OnIdle() override; ///< finishes a render that is done, starts one that is due
+    void AfterClear() override;
+
+    /// Sizes the canvas in physical pixels and places the viewports; widths are rounded down to a multiple of 8.
+    void SetCanvasSize(int width, int height);
+    int GetCanvasWidth() const { return canvasWidth; }
+    int GetCanvasHeight() const { return canvasHeight; }
+    void ChangeViewportSetup(uint32_t layout);
+    QLM_Viewport* GetViewport(int index) const { return viewports[index].Get(); }
+    QLM_Viewport* GetCurrentViewport() const { return viewports[currentViewport].Get(); }
+    void SetCurrentViewport(int index);
+    QLM_Viewport* GetViewportAt(float x, float y) const; ///< canvas pixels; null outside all
+    void ToggleMaximize(bool redraw);
+
+    void OnAllViewportsChanged(); ///< marks all for a redraw and drops what they cached
+    void OnBackgroundChanged();
+    void RequestFullRedraw();     ///< the surface changed everywhere, the views did not
+    void RequestPartialRedraw();  ///< only touched leaves
+    void RefreshViewport(QLM_Viewport* viewport);
+    void SetStandardView(QLM_Viewport* viewport, QLM_StandardView view);
+    /// Frames; prints "No points have been selected." with nothing to frame. False then.
+    bool Frame(QLM_Viewport* viewport, QLM_FrameMode mode);
+    /// Turns by degrees: dx above 0 turns the front to the right, dy above 0 down.
+    void Orbit(QLM_Viewport* viewport, float dxDegrees, float dyDegrees);
+    /// Multiplies Zoom (an extent: below 1 comes nearer), limited to 2.
+    void ApplyZoom(QLM_Viewport* viewport, float factor);
+    /// Zooms around a normalised point by a wheel notch (above 0 comes nearer).
+    void WheelZoom(QLM_Viewport* viewport, float notches, float x, float y);
+    /// Keeps every viewport's half height when the global scale changes.
+    void OnGlobalScaleChanged(float newScale);
+    float GetPixelsPerUnit() const { return pixelsPerUnit; } ///< world units in half a viewport's height at Zoom 1
+    /// The nearest polygon under a normalised point; false without a hit.
+    bool Pick(QLM_Viewport* viewport, float x, float y, QLM_PickResult& out);
+    void DropPickCache();
+
+    /// Draws every shown viewport whose picture is stale (software, waits for the result).
+    void DrawAllViewports();
+    /// Starts the software render that a viewport needs on its own thread; the idle pass takes the result.
+    void StartRenders();
+    /// Waits for running renders, with all pictures valid afterwards.
+    void FinishRenders();
+    bool AreRendersPending() const;
+    /// Copies the finished picture of one viewport, or of the whole canvas for index -1, as RGB rows, bottom row first.
+    void ReadPicture(int index, std::vector<uint8_t>& rgb, int& width, int& height);
+
+    // The pointer's road, in canvas pixels (y down). Each turns the place into normalised coordinates for the tool.
+    bool PointerPress(int button, float x, float y);
+    void PointerMove(float x, float y);
+    void PointerRelease(int button, float x, float y);
+    /// Normalised coordinates of a canvas place in a viewport.
+    static void Normalise(const QLM_Viewport& viewport, float x, float y, float& nx, float& ny);
+
+    bool viewportsMoved = false; ///< a view changed lately; see lastViewportChangeTimer
+    int mouseViewport = -1;      ///< holds the mouse during a drag
+    int displayMode = 0;         ///< special mode: 0 none, 1 hot selection, 2 brush tile, 3 quick render, 4 resolution
+    uint32_t layout = 0;
+
+  private:
+    void PlaceViewports();
+
+    QLM_Owned<QLM_Viewport> viewports[4];
+    int currentViewport = 0, activeViewport = 0, maximizedViewport = -1;
+    int canvasWidth = 1280, canvasHeight = 720;
+    float pixelsPerUnit = 1.0f;
+    uint32_t renderThread = 0;
+};
