@@ -46,10 +46,10 @@ bool QLM_LoadGraphicsFile(const std::string& path, std::string& error);
 class QLM_DisplayList {
   public:
     ~QLM_DisplayList() { Delete(); }
-    void Begin();
+    void Begin(); ///< without a current context nothing is recorded
     void End();
     bool Call();
-    bool IsValid() const;
+    bool IsValid(); ///< deletes a list that is out of date
     void Delete();
 
   private:

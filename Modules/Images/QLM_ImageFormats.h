@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 /// Takes the decoded rows, so that each caller gets them where it wants them without a second copy of the picture.
 class QLM_ImageSink {
@@ -35,6 +36,8 @@ struct QLM_ImageSource {
         if (!notice.empty()) notice += ", ";
         notice += text;
     }
+    /// The whole file; only for formats whose pictures are small or stand in memory as they lie in the file.
+    bool ReadAll(std::vector<uint8_t>& bytes);
     /// Refuses an empty picture, a side beyond the limit, and data that so many packed bytes can't unpack to.
     /// @param rowBits  bits of one row as they lie in the file, unpacked
     /// @param ratio    the most bytes that one byte of the file can stand for
@@ -42,6 +45,7 @@ struct QLM_ImageSource {
 };
 
 extern const char* const QLM_ImageText_Truncated;
+extern const char* const QLM_ImageText_Damaged;
 extern const char* const QLM_ImageText_NoMemory;
 extern const char* const QLM_ImageText_16Bit;
 extern const char* const QLM_ImageText_CMYK;
@@ -50,7 +54,9 @@ extern const char* const QLM_ImageText_CMYK;
 bool QLM_ReadPNG(QLM_ImageSource& source, QLM_ImageSink* sink);
 bool QLM_ReadJPEG(QLM_ImageSource& source, QLM_ImageSink* sink);
 bool QLM_ReadTIFF(QLM_ImageSource& source, QLM_ImageSink* sink);
-/// The formats of the toolkit: BMP, GIF, TGA, PCX, PNM, XPM.
+/// The first picture of the file. The toolkit's own reader walks out of its tables on damaged codes.
+bool QLM_ReadGIF(QLM_ImageSource& source, QLM_ImageSink* sink);
+/// The formats of the toolkit: BMP, TGA, PCX, PNM, XPM.
 bool QLM_ReadWithToolkit(QLM_ImageSource& source, QLM_ImageSink* sink);
 
 // Writers take blocks with row 0 at the bottom, `channels` 3 or 4. False when the file can't be written.

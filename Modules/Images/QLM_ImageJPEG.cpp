@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include <jpeglib.h>
@@ -38,8 +39,10 @@ void OnWarning(j_common_ptr common, int level) {
 void OnOutput(j_common_ptr) {}
 
 void OnProgress(j_common_ptr common) {
-    if (common->is_decompressor && reinterpret_cast<j_decompress_ptr>(common)->input_scan_number > maximumScans)
-        ERREXITS(common, JERR_BAD_PROGRESSION, 0);
+    if (!common->is_decompressor || reinterpret_cast<j_decompress_ptr>(common)->input_scan_number <= maximumScans) return;
+    auto* errors = reinterpret_cast<ErrorManager*>(common->err);
+    strcpy(errors->text, "it has too many scans");
+    longjmp(errors->jump, 1);
 }
 
 jpeg_error_mgr* PrepareErrors(ErrorManager& errors) {

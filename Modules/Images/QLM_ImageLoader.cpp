@@ -8,13 +8,21 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 const char* const QLM_ImageText_Truncated = "the file ends too early";
+const char* const QLM_ImageText_Damaged = "its data is damaged or ends too early";
 const char* const QLM_ImageText_NoMemory = "there is not enough memory";
 const char* const QLM_ImageText_16Bit = "16 bits a sample were cut to 8";
 const char* const QLM_ImageText_CMYK = "CMYK was converted to RGB";
+
+bool QLM_ImageSource::ReadAll(std::vector<uint8_t>& bytes) {
+    bytes.resize(size);
+    return fread(bytes.data(), 1, bytes.size(), file) == bytes.size() || Fail(QLM_ImageText_Truncated);
+}
 
 bool QLM_ImageSource::CheckSize(uint64_t rowBits, uint64_t ratio) {
     const std::string sides = std::to_string(info.width) + " x " + std::to_string(info.height) + " pixels";
@@ -107,7 +115,7 @@ bool ReadSource(QLM_ImageSource& source, QLM_ImageSink* sink) {
         case QLM_ImageInfo::Kind::PNG: return QLM_ReadPNG(source, sink);
         case QLM_ImageInfo::Kind::JPEG: return QLM_ReadJPEG(source, sink);
         case QLM_ImageInfo::Kind::TIFF: return QLM_ReadTIFF(source, sink);
-        default: return QLM_ReadWithToolkit(source, sink);
+        default: return memcmp(signature, "GIF8", 4) == 0 ? QLM_ReadGIF(source, sink) : QLM_ReadWithToolkit(source, sink);
         }
     } catch (const std::bad_alloc&) {
         return source.Fail(QLM_ImageText_NoMemory);

@@ -63,7 +63,8 @@ void QLM_VirtualMemory_Shutdown() {
     store.initialised = false;
 }
 
-void QLM_VirtualMemory_Store(void** data, uint64_t size, uint32_t& outID, const char* sourceFile, uint32_t sourceLine) {
+void QLM_VirtualMemory_Store(void** data, uint64_t size, uint32_t& outID, const char* sourceFile,
+                             uint32_t sourceLine) {
     Store& store = TheStore();
     ThreadLockerScope scope(&store.lock);
     RequireInitialised(store);
@@ -81,7 +82,9 @@ bool QLM_VirtualMemory_Fetch(void** outData, uint64_t& outSize, uint32_t& id) {
     ThreadLockerScope scope(&store.lock);
     RequireInitialised(store);
     const auto item = store.itemsByID.find(id);
-    if (item == store.itemsByID.end()) QLM_RaiseError("Cannot find the virtual memory item with ID = %d", id);
+    if (item == store.itemsByID.end()) {
+        QLM_RaiseError("Cannot find the virtual memory item with ID = %d", static_cast<int32_t>(id));
+    }
     const Node node = TakeOut(store, item);
     *outData = node.data;
     outSize = node.size;

@@ -47,20 +47,31 @@ class QLM_Engine : public virtual QLM_BaseClass {
 
     /// Start-up: settings, managers, defaults. Called once by QLM_CreateEngine.
     void Initialize(const char* productName, const QLM_EngineParts& parts);
+    /// The idle step: deferred deletion, polls, managers, memory. Main thread, from IdlePass and passive motion.
     void OnIdleOrPassive();
     /// Asks and, on agreement, ends the process; false when the user declines.
     bool ExitRequested();
     /// The sequence of ExitRequested without question and process end; for shells without windows and tests.
+    /// Deletes the engine; tables, stores and log are ended by who made them.
     void ShutDown();
+    /// Writes the settings file; one message when it can't be written. Nothing without `useUserSettings`.
     void SaveSettings();
+    /// Reads the settings file; what it doesn't name keeps its value. Nothing without `useUserSettings`.
     void LoadSettings();
+    /// Sets one setting by its key in the settings file (case-blind), tells the shell and saves. False with `error`
+    /// for a bad value, false with an empty `error` for an unknown key; nothing changes then.
+    bool SetOption(const std::string& key, const std::string& value, std::string& error);
+    /// Reads file name and address of the splash picture; both empty without the file.
     void LoadSplashScreenInfoFromFile();
     enum FindFlags : uint32_t { FindAskUser = 1, FindRecursive = 2 };
-    /// The name as it stands, then each search path, then the temporary ones; case-blind. False on a miss.
+    /// The name as it stands, then below each search path (whole, then its last part), then the temporary ones;
+    /// case-blind. On a miss FindRecursive walks the recursive search paths, then FindAskUser asks. False on a miss.
     bool FindFile(const std::string& name, uint32_t flags, std::string& out);
+    /// Resets to an empty project.
     void ClearAll();
     void ResetDisplaySettings();
     void SetProjectChanged() { projectChanged = true; }
+    /// Start-up is over: idle passes and input act from now on; prints what start-up had to say.
     void SignalReadyToExecute();
 
     // The shells' road. Coordinates are canvas pixels, physical, origin at the top left.
@@ -88,7 +99,7 @@ class QLM_Engine : public virtual QLM_BaseClass {
     QLM_Managers* managers = nullptr;
     QLM_List<QLM_TopTreeGroup*> topTreeGroups;
     std::vector<std::string> startupMessages;
-    float sceneMatrix[16];
+    float sceneMatrix[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
     QLM_Material* emptyMaterial = nullptr;      ///< owned; "__QLM_EMPTY__"
     QLM_BaseClass* overlayWorkhorse = nullptr;  ///< owned
     uint8_t viewportToggleFlags[4] = {1, 1, 1, 0};
@@ -118,15 +129,25 @@ class QLM_Engine : public virtual QLM_BaseClass {
     QLM_WheelFlags wheelFlags;
     float foregroundColor[3] = {1.0f, 1.0f, 1.0f};
     float backgroundColor[3] = {0.0f, 0.0f, 0.0f};
-    float displayColors[6] = {};       ///< the two checker colours, RGB each
+    /// The two checker colours, RGB each: those in use and those of the theme, which each new project takes.
+    float displayColors[6] = {180 / 255.0f, 180 / 255.0f, 190 / 255.0f, 140 / 255.0f, 140 / 255.0f, 160 / 255.0f};
+    float defaultDisplayColors[6] = {180 / 255.0f, 180 / 255.0f, 190 / 255.0f, 140 / 255.0f, 140 / 255.0f, 160 / 255.0f};
     bool useUserSettings = true;       ///< false under a script: reads and saves none of the user's settings
 
     // Settings that the shell owns and the ini keeps.
     bool doPromptforHotkeyAssignment = true, showHoverHints = true;
-    uint32_t colorTheme = 0;
+    uint32_t colorTheme = 3; ///< 0..4, "Dark"
     bool canToggleLeftPanel = true, canToggleRightPanel = true, canToggleTopPanel = true, canToggleBottomPanel = true;
 
     QLM_ShellCallbacks shell;
+
+  private:
+    void SetDirectories(const char* productName);
+    /// Deletes what the managers own of the present project, in an order that leaves no reference behind.
+    void ClearScene();
+    bool IsModal() const { return shell.isModal && shell.isModal(); }
+    /// What every entry of the shells' road tests first.
+    bool CanAct() const { return isReady && !IsModal(); }
 };
 
 /// Makes the engine; a second one raises "Only one instance of QLM_Engine is allowed".

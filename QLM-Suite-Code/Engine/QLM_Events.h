@@ -55,19 +55,25 @@ class QLMEvent {
     int32_t paramCount = 0;
 };
 
+/// Registers the engine's own handlers.
 void QLM_InitializeEvents();
-/// Runs what stands in the queue, unless a mouse button is down. Once an idle pass.
+/// Runs what stands in the queue, unless a mouse button is down; what is posted meanwhile waits for the next pass.
+/// Once an idle pass; a call from inside a handler does nothing.
 void QLM_ProcessEvents();
+/// Drops what waits, and all handlers.
 void QLM_FreeEvents();
 
 void QLM_PostEvent(int32_t type);
 void QLM_PostEvent(QLMEvent* event); ///< takes ownership
 void QLM_PostEvent(int32_t type, uint32_t targetID);
+/// Runs at once: the callback, else the registered handler. Its result, 0 without either.
 int QLM_SendEvent(QLM_EventFunction callback, uint32_t targetID, int32_t type);
+/// Runs an existing event at once, in the same way.
 int QLM_DispatchEvent(QLMEvent& event);
+/// An event of that type waits in either queue.
 bool QLM_IsEventPending(int32_t type);
 /// Any event in either queue.
 bool QLM_AreEventsPending();
-/// Names of the waiting events, for a report of what is pending.
+/// The waiting events by number, for a report of what is pending.
 std::string QLM_PendingEventText();
 void QLM_RegisterEventHandler(int32_t first, int32_t last, QLM_EventFunction handler); ///< both ends included

@@ -3,6 +3,9 @@
 
 #include "Core/Objects/QLM_List.h"
 
+#include <functional>
+#include <type_traits>
+
 class QLM_Manager;
 class QLM_FadeByAngleManager;
 class QLM_CullingManager;
@@ -33,7 +36,10 @@ class QLM_IOManager;
 class QLM_Managers {
   public:
     QLM_Managers() = default;
-    virtual ~QLM_Managers(); ///< deletes the managers in table order
+    QLM_Managers(const QLM_Managers&) = delete;
+    QLM_Managers& operator=(const QLM_Managers&) = delete;
+    /// Deletes the managers in table order; the accessor of a deleted one answers null from then on.
+    virtual ~QLM_Managers();
 
     virtual void AfterClearAll();
     void InitializeAll();
@@ -43,9 +49,10 @@ class QLM_Managers {
     void ClearShapeDependents();
 
     /// Appends the next manager of the table and keeps its accessor's pointer; for the composition root.
-    template <class Manager> void Add(Manager* QLM_Managers::*slot, Manager* manager) {
+    template <class Manager> void Add(Manager* QLM_Managers::*slot, std::type_identity_t<Manager>* manager) {
         this->*slot = manager;
         list.push_back(manager);
+        clearSlot.push_back([this, slot] { this->*slot = nullptr; });
     }
     const std::vector<QLM_Manager*>& GetList() const { return list; }
 
@@ -102,7 +109,8 @@ class QLM_Managers {
 
   private:
     std::vector<QLM_Manager*> list;
+    std::vector<std::function<void()>> clearSlot; ///< beside `list`
 };
 
-/// The engine's managers. Main thread.
+/// The engine's managers; without an engine an empty table, whose accessors all answer null. Main thread.
 QLM_Managers& QLM_GetManagers();

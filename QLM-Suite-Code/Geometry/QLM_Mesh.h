@@ -32,6 +32,8 @@ class QLM_Mesh : public QLM_MeshRoot,
     explicit QLM_Mesh(QLM_Object* object);
     ~QLM_Mesh() override;
 
+    using QLM_MeshGroupContainer::GetGroupCount; ///< of polygon groups, not of display group columns
+
     virtual void SetPolygonVertex(int p, int i, int v);
     virtual void SetPolygonTextureVertex(int p, int i, int vt);
     virtual void SetPolygonGroup(int p, int g);
@@ -44,19 +46,23 @@ class QLM_Mesh : public QLM_MeshRoot,
     const QLM_Polygon& GetPolygon(int p) const { return Polygons[p]; }
     const QLM_Polygon* GetPolygons() const { return Polygons.data(); }
 
-    int GetMaterialCount() const override;
-    QLM_SafePtr<QLM_Material> GetMaterial(int index) const override;
-    void CalculatePolygonNormals(bool visibleOnly) override;
-    void CalculateVertexNormals(bool visibleOnly) override;
+    int GetMaterialCount() const override { return GetMaterials().Count(); }
+    QLM_SafePtr<QLM_Material> GetMaterial(int index) const override { return FindMaterial(index); }
+    void CalculatePolygonNormals(bool visibleOnly) override { CrunchPolygonNormals(visibleOnly); }
+    void CalculateVertexNormals(bool visibleOnly) override { CrunchVertexNormals(visibleOnly); }
+    /// Polygon normals, vertex normals, then the corner normals of sharp edges.
     void CalculateNormals(bool visibleOnly) override;
-    int GetPolygonVertex(int p, int i) const override;
+    int GetPolygonVertex(int p, int i) const override { return GetWeldTarget(Polygons[p].corners[i].vertex); }
     int GetPolygonTextureVertex(int p, int i) const override { return Polygons[p].corners[i].textureVertex; }
     int GetPolygonRawVertex(int p, int i) const override { return Polygons[p].corners[i].vertex; }
     int GetPolygonMaterial(int p) const override { return Polygons[p].material; }
     int GetPolygonVertexCount(int p) const override { return Polygons[p].count; }
-    bool IsPolygonHidden(int p) const override;
-    bool IsPolygonLocked(int p) const override;
-    bool IsPolygonHiddenOrLocked(int p) const override;
+    QLM_PolygonView GetPolygonView() const override { return {Polygons.data(), GetWeldMap()}; }
+    bool IsPolygonHidden(int p) const override { return HasPolygonFlag(p, ePFlag_Hidden); }
+    bool IsPolygonLocked(int p) const override { return HasPolygonFlag(p, ePFlag_Locked); }
+    bool IsPolygonHiddenOrLocked(int p) const override { return HasPolygonFlag(p, ePFlag_Hidden | ePFlag_Locked); }
+    /// Repairs what was filled in and derives everything else: lookups, normals, box, groups, octree, map lists.
+    /// Resolves no morph. May ask the user about texture coordinates out of range, once an object.
     void AfterRawBuild() override;
     void SetVCount(int n) override;
     void SetVTCount(int n) override;
@@ -64,11 +70,18 @@ class QLM_Mesh : public QLM_MeshRoot,
 
     void CalculateBounds();
     void GetPolygonUVBounds(int p, float* minUV, float* maxUV) const;
-    /// The resolved vertex through the engine's current model matrix.
+    /// The resolved vertex through the engine's scene matrix; as it is without an engine.
     void GetTransformedVertex(int v, float* out) const;
-    /// The material of a polygon, the engine's empty material when it has none.
+    /// The material of a polygon, the engine's empty material when it has none (null without an engine).
     QLM_Material* GetMaterialOfPolygon(int p) const;
 
   private:
+    void ReplaceCorners(int p, QLM_PolygonCorner* corners, int n);
+    bool ShallWrapUVs();
+    void WrapUVs();
+    void EnsureGroupAndMaterial();
+    void RepairCorners();
+    void TellManagersOfNewShape();
+
     std::vector<QLM_Polygon> Polygons;
 };

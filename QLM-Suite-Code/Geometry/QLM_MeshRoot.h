@@ -4,6 +4,7 @@
 #include "Core/Objects/ThreadLocker.h"
 #include "Geometry/QLM_JaggedTable.h"
 #include "Geometry/QLM_MarkerSet.h"
+#include "Geometry/QLM_Polygon.h"
 #include "Geometry/QLM_VertexMap.h"
 
 class QLM_Material;
@@ -26,6 +27,8 @@ class QLM_MeshRoot : public virtual QLM_BaseClass {
     virtual int GetPolygonRawVertex(int p, int i) const = 0;
     virtual int GetPolygonMaterial(int p) const = 0;
     virtual int GetPolygonVertexCount(int p) const = 0;
+    /// The same polygons for loops over all of them; valid until counts or the weld map change.
+    virtual QLM_PolygonView GetPolygonView() const = 0;
     virtual bool IsPolygonHidden(int p) const = 0;
     virtual bool IsPolygonLocked(int p) const = 0;
     virtual bool IsPolygonHiddenOrLocked(int p) const = 0;
@@ -37,7 +40,9 @@ class QLM_MeshRoot : public virtual QLM_BaseClass {
     int GetVCount() const { return static_cast<int>(Vertices.GetCount()); }
     int GetVTCount() const { return static_cast<int>(TextureVertices.GetCount()); }
     int GetPCount() const { return PolygonCount; }
+    /// Polygons of each vertex, ascending; a polygon that holds a vertex twice stands in its row twice.
     void BuildVertexPolygons();
+    /// All other vertices of a vertex's polygons in order of first meeting. Needs the polygons of each vertex.
     void BuildVertexNeighbors();
     int GetVertexPolygonCount(int v) const { return VertexPolygons.GetCount(v); }
     int GetVertexPolygon(int v, int i) const { return VertexPolygons.Get(v, i); }

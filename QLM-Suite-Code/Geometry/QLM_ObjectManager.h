@@ -14,7 +14,7 @@ class QLM_ObjectManager : public QLM_Manager {
     void AfterClear() override;
 
     void AddObject(QLM_Object* object); ///< takes ownership
-    void DeleteObject(QLM_Object* object);
+    void DeleteObject(QLM_Object* object); ///< the memory goes with the deferred release
     void DeleteAllObjects();
     /// The object by its ID, or the first one when the ID is stale; null with no objects.
     QLM_Object* GetCurrentObject();
@@ -26,6 +26,7 @@ class QLM_ObjectManager : public QLM_Manager {
     void OnFullSurfaceChanged();
     /// `range` is min u, min v, max u, max v.
     void OnPartialSurfaceChanged(const float* range);
+    /// Refreshes what follows from an object's geometry: pick cache, shape, concavity, normals, octree boxes, views.
     void OnShapeChanged(QLM_Object* object, bool redraw, bool resolve, bool normals);
     void OnShapeChanged(bool redraw, bool resolve, bool normals);
     void ForgetMesh(QLM_Mesh* mesh);

@@ -1,10 +1,7 @@
 #pragma once
 // Nodes of the fixed-depth tree over a mesh's visible polygons.
 
-#include "Core/Objects/QLM_SimpleArray.h"
-
 #include <cstdint>
-#include <functional>
 #include <memory>
 
 class QLM_Mesh;
@@ -20,14 +17,13 @@ template <class Index> class QLM_OctreeNode {
     virtual ~QLM_OctreeNode() = default;
     bool IsLeaf() const { return !(Flags & eNode_HasChildren); }
 
-    QLM_SimpleArray<Index> Vertices, Polygons; ///< filled during the build, emptied after it
     int32_t Depth = 0;
     uint32_t Flags = 0;
     QLM_OctreeNode* Parent = nullptr;
-    std::unique_ptr<QLM_OctreeNode> Children[8];
+    std::unique_ptr<QLM_OctreeNode> Children[8]; ///< null where there is nothing
     QLM_Mesh* Mesh = nullptr;
     float BoundsMin[3] = {}, BoundsMax[3] = {};           ///< follows the resolved shape
     float BuildBoundsMin[3] = {}, BuildBoundsMax[3] = {}; ///< as made by the split
-    int32_t FirstPolygon = 0, EndPolygon = 0, FirstVertex = 0, EndVertex = 0;
+    Index FirstPolygon = 0, EndPolygon = 0, FirstVertex = 0, EndVertex = 0; ///< in the mesh's visible lists
     float MinUV[2] = {2, 2}, MaxUV[2] = {-2, -2};         ///< UV range of the leaf's polygons
 };

@@ -16,6 +16,17 @@ struct QLM_Polygon {
 static_assert(sizeof(QLM_Polygon) == 16);
 constexpr int QLM_MaximumCorners = 1000;
 
+/// What hot loops read instead of a virtual call a corner: the polygon array and, while welded, the weld map.
+struct QLM_PolygonView {
+    const QLM_Polygon* polygons = nullptr;
+    const int32_t* weldMap = nullptr;
+
+    int GetVertex(int p, int i) const {
+        const int v = polygons[p].corners[i].vertex;
+        return weldMap ? weldMap[v] : v;
+    }
+};
+
 enum QLM_VertexFlag : uint32_t {
     eVFlag_Hidden = 1, eVFlag_Selected = 2, eVFlag_Locked = 4, eVFlag_RigidEdge = 8, eVFlag_OpenEdge = 16,
     eVFlag_SelectedB = 32, eVFlag_OnSymmetryPlane = 64, eVFlag_SelectedScratch = 128, eVFlag_UVSeam = 256,

@@ -5,6 +5,9 @@
 #include "Core/Threads/QLM_Workhorse.h"
 #include "Maps/QLM_ImageMap.h"
 
+#include <functional>
+#include <set>
+
 /// State shared between the painting main thread and the refreshing workhorse.
 template <class Input, class Output> class QLM_ParallelData : public virtual QLM_RootClass, public ThreadLocker {
   public:
@@ -20,28 +23,40 @@ template <class Input, class Output> class QLM_ParallelData : public virtual QLM
     QLM_ThreadSafeVariable<bool> valid;
 };
 
-/// The snapshot of one map.
+/// The snapshot of one map. Stale after any whole change of the map, not after a partial one: whoever writes a part and
+/// wants to keep the snapshot refreshes that part.
 class QLM_ImageMapBuffer : public QLM_ParallelData<QLM_ImageMap, QLM_ImageMap> {
   public:
     explicit QLM_ImageMapBuffer(uint32_t sourceID);
     bool IsValid() override;
+    /// Copies the whole map; false when it is gone. Doesn't mark the buffer valid.
     bool Refresh() override;
+    /// Copies a rectangle of pixels of the map into a valid snapshot, which stays valid. False, and nothing copied, when
+    /// the snapshot is stale.
+    bool RefreshRect(uint32_t x, uint32_t y, uint32_t width, uint32_t height);
     QLM_ImageMap& GetSnapshot() { return snapshot; }
 
   private:
     QLM_ImageMap snapshot;
+    uint32_t sourceChanges = 0; ///< the map's count of whole changes at the last refresh
 };
 
 /// Keeps one buffer a map and refreshes stale ones. Lock order: workhorse, buffer, map.
 class QLM_ImageMapBufferWorkhorse : public QLM_Workhorse {
   public:
+    using Collector = std::function<void(QLM_List<QLM_ImageMap*>&)>;
+
+    /// `collector` lists the maps of the scene; without one the buffers asked for are the scene.
+    explicit QLM_ImageMapBufferWorkhorse(Collector collector = {});
     ~QLM_ImageMapBufferWorkhorse() override;
     bool CanBePaused() const override { return false; }
 
-    /// Refreshes the lists and releases buffers of maps that left.
+    /// Lists the maps of the scene, makes their missing buffers and releases those of maps that left.
     virtual void Synchronize();
+    virtual void RebuildSourceList();
     virtual void InvalidateBuffer(QLM_ImageMap* map);
     virtual void InvalidateAllBuffers();
+    /// True when every map of the last Synchronize has a valid buffer.
     virtual bool AreAllBuffersValid();
     QLM_ImageMapBuffer* GetBuffer(QLM_ImageMap* map, bool create);
     /// The map as it was before the stroke, refreshed now when stale (unless `ifValidOnly`, then null). Main thread.
@@ -49,5 +64,7 @@ class QLM_ImageMapBufferWorkhorse : public QLM_Workhorse {
     void ReleaseBuffers();
 
   private:
+    Collector collector;
     std::map<uint32_t, QLM_ImageMapBuffer*> buffers;
+    std::set<uint32_t> sources;
 };

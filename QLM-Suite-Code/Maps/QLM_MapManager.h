@@ -18,6 +18,7 @@ class QLM_MapManager : public QLM_Manager {
     QLM_MapManager();
     ~QLM_MapManager() override;
     void Initialize() override;
+    void OnIdle() override { ClearRecentlyUsed(); }
     void Clear() override;
 
     /// A new source "New Map.PNG" (made unique) in "Image Maps", without pixels; owned by the manager.
@@ -34,6 +35,7 @@ class QLM_MapManager : public QLM_Manager {
 
     QLM_RootClassQueue<QLM_MaterialMapSource*> GetMaps();
     QLM_MaterialMapSource* FindMap(const std::string& name, int occurrence = 1);
+    /// Unlinks every channel from these maps and deletes them; empties the list. Asks nothing.
     void DeleteMaps(QLM_List<QLM_MaterialMapSource*>& maps);
     void DeleteAllMaps();
     /// Writes the composite (with its mask as alpha where the format can hold it); false with one message.
@@ -46,8 +48,11 @@ class QLM_MapManager : public QLM_Manager {
     QLM_Workhorse* overdrawWorkhorse = nullptr; ///< owned; made by the composition root, lives in Rendering
 
     QLM_TopTreeGroup* GetTree() { return tree.Get(); }
+    QLM_TopTreeGroup* GetLayerTree() { return layerTree.Get(); }
 
   private:
+    std::string MakeUniqueName(const std::string& name);
+    QLM_MaterialMapSource* FindMapOfFile(const std::string& nativePath);
     QLM_Owned<QLM_TopTreeGroup> tree, layerTree;
     QLM_Owned<QLM_ImageMapBufferWorkhorse> bufferWorkhorse;
 };

@@ -11,6 +11,7 @@ class QLM_MaterialChannel : public virtual QLM_UserAsset {
     explicit QLM_MaterialChannel(const std::string& name);
     bool SaveToStream_Text(FILE* stream, bool writeBlock = true) override;
     bool LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::string& key, const std::string& value) override;
+    /// Sets what the channel uses, and its range, from its name.
     void UpdateChannelKindFlags();
 
     uint32_t MapBindingID = 0; ///< of its own object's list
@@ -32,8 +33,12 @@ class QLM_Material : public virtual QLM_UserAsset {
     bool LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::string& key, const std::string& value) override;
 
     QLM_SafePtr<QLM_MaterialChannel> FindChannel(const std::string& name) const;
+    /// Appends a channel; the material owns it.
+    QLM_MaterialChannel* AddChannel(const std::string& name);
+    /// Looks the seven members up again; after every change of `channels`.
     void RefreshChannelPointers();
     bool HasMapInChannel(uint32_t bindingID) const;
+    /// Takes over strength, offset, colour and map of each channel; makes the missing ones.
     void CopyFrom(const QLM_Material& material);
 
     QLM_SafePtr<QLM_MaterialChannel> Color, Bump, Transparency, Displacement, Specular, Glossy, Ambient;

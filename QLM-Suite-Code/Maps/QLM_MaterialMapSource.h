@@ -24,12 +24,20 @@ class QLM_MaterialMapSource : public virtual QLM_ImageMap, public virtual QLM_Us
     /// The composite as it is shown; resolves what is stale. Main thread.
     virtual uint8_t* GetResolvedPixels();
     virtual uint8_t* GetResolvedMask();
+    /// Bilinear, with the mask; sides are cut to MaximumSide.
     virtual void ResizeWithLayers(uint32_t width, uint32_t height);
-    /// Any format; alpha or a colour key becomes the mask; sides above 20000 are cut down. False with `error`.
+    /// Any format; alpha or a colour key becomes the mask, a picture without either leaves none; sides above 20000 are
+    /// cut down. Tells the user what was lost on the way in. False with `error`, the map unchanged. Main thread.
     virtual bool LoadFromFileWithAlpha(const std::string& path, std::string& error);
 
+    void ClearRecentlyUsed() override;
+    void UpdatePreviewTexture() override;
+    void SwapOut() override;
     uint8_t* GetPixelsForRead() override;
+    /// An existing mask takes the new size and becomes 255.
     void SetDimensions(uint32_t width, uint32_t height, uint8_t depth) override;
+    /// The same as LoadFromFileWithAlpha: a source is never of depth 4.
+    bool LoadFromFile(const std::string& path, std::string& error) override;
     bool SaveToFile(const std::string& path, std::string& error) override;
     void OnWholeMapChanged() override;
     void OnPartialMapChanged(const float* minUV, const float* maxUV) override;
@@ -41,6 +49,8 @@ class QLM_MaterialMapSource : public virtual QLM_ImageMap, public virtual QLM_Us
     QLM_MaterialMapSource* GetLayerData(QLM_MapLayer* layer, bool create);
     void MarkAllCellsDirty();
     void MarkCellsDirty(const float* minUV, const float* maxUV);
+    /// Cells that wait for a resolve, row x GridSize + column, in the order in which they became dirty.
+    const std::vector<uint32_t>& GetDirtyCells() const { return cellList; }
     bool HasMaskSameSize();
     /// Rebuilds the stale cells of a layered map; nothing to do without layers.
     void ResolveMapLayer(bool noChecker);
@@ -56,7 +66,7 @@ class QLM_MaterialMapSource : public virtual QLM_ImageMap, public virtual QLM_Us
     float DefaultColor[3] = {1.0f, 1.0f, 1.0f};
     float aspect = 1.0f;
     bool IsDefaultMap = true;
-    int32_t DirtyCount = 0;
+    int32_t DirtyCount = 0; ///< length of the list of dirty cells
 
   private:
     std::string MapFileName;

@@ -3,25 +3,14 @@
 
 #include "Core/Threads/QLM_Workhorse.h"
 #include "Maps/QLM_ImageMap.h"
-#include "Math/QLM_Random.h"
+#include "Painting/QLM_StampCanvas.h"
 #include "Tools/QLM_MousePoint.h"
-
-class QLM_Tool;
-class QLM_Viewport;
-
-/// What the thread reads of tools and settings, copied at the press.
-struct QLM_StrokeSettings {
-    bool varyStrength = false, varyDensity = false, varyHardness = false, varySize = false;
-    float size = 0.1f, hardness = 0, strength = 1, spacing = 0.1f, density = 1;
-    float aspect = 1.0f;         ///< overlay height / width
-    bool autoPressure = false;
-    float autoPressureMidpoint = 0.05f, smoothing = 0.0f;
-    int overlayWidth = 0, overlayHeight = 0;
-};
 
 /// One object for the process. The base lock guards the points, the overlay and the bounds.
 class TOverlay_Workhorse : public QLM_Workhorse {
   public:
+    TOverlay_Workhorse();
+    ~TOverlay_Workhorse() override;
     bool CanBePaused() const override { return false; }
 
     /// Stops a former run, clears, takes settings and tip, and starts the thread. Main thread.
@@ -35,8 +24,12 @@ class TOverlay_Workhorse : public QLM_Workhorse {
     /// Stroke bounds in normalised coordinates (min x, min y, max x, max y), 2 2 -2 -2 when nothing was stamped.
     void GetStrokeBounds(float* out);
     int GetStampCount();
+    /// Input points that are strong enough to paint; without one a stroke leaves no trace.
+    int GetPaintedPointCount();
     /// Copies the overlay: exact into its own size, else shrunk by nearest to the target's present size.
     void CopyOverlay(QLM_ImageMap& target, bool exact);
+    /// True if a stamp may have reached a box of overlay pixels. Any thread, after FinishStroke.
+    bool IsTouched(float x0, float y0, float x1, float y1) const { return canvas.IsTouched(x0, y0, x1, y1); }
     int GetOverlayWidth() const { return settings.overlayWidth; }
     int GetOverlayHeight() const { return settings.overlayHeight; }
     uint64_t GetOverlayVersion(); ///< grows with every stamp
@@ -44,13 +37,33 @@ class TOverlay_Workhorse : public QLM_Workhorse {
     static void ThreadFunc(QLM_Workhorse* self);
 
   private:
-    struct State;
-    State* state = nullptr;
+    void Run();
+    bool TakePoint(QLM_MousePoint& point, bool& ended);
+    void Resample(const QLM_MousePoint& point);
+    void AddStamp(const QLM_MousePoint& stamp);
+    void ApplyAutoPressure();
+    void SmoothStamps();
+    void StampNow(const QLM_MousePoint& stamp);
+
     QLM_StrokeSettings settings;
 
-  public:
-    TOverlay_Workhorse();
-    ~TOverlay_Workhorse() override;
+    // Under the base lock while the thread runs.
+    QLM_StampCanvas canvas;
+    std::vector<QLM_MousePoint> inputPoints;
+    size_t takenPoints = 0;
+    bool inputEnded = false;
+    float bounds[4] = {2, 2, -2, -2};
+    int stampCount = 0, paintedPointCount = 0;
+    uint64_t overlayVersion = 0;
+
+    // The thread's own.
+    std::vector<QLM_MousePoint> stampPoints; ///< held back when stamping waits for the end of the input
+    QLM_MousePoint lastPoint, lastStamp;
+    bool hasPoint = false, stampsLate = false;
+    float stampDistance = 0;
+
+    QLM_Signal pointDone;
+    std::atomic<uint64_t> pointsGiven{0}, pointsDone{0};
 };
 
 /// Size of the stamping overlay for a brush size and a viewport: round((1 - q) x 8192 + q x 1920) cut to 8, height by the viewport.

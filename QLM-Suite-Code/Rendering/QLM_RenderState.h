@@ -25,10 +25,12 @@ struct QLM_Camera {
 };
 
 /// Position of every vertex of one mesh on one viewport's screen: sx, sy in -1..1, z of clip; three floats each.
-/// Filled by the cruncher before a pass, read only after that; dropped with view or shape.
+/// Filled by the cruncher before a pass, read only after that; stale with a change of view or shape.
 struct QLM_ScreenCache {
     uint32_t meshID = 0;
+    bool valid = false;        ///< the points are those of the present view and shape
     std::vector<float> points;
+    std::vector<float> lights; ///< of each vertex, 0.2..1, as of the last full render
 };
 
 struct QLM_RenderState {

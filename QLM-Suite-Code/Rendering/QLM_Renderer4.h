@@ -15,8 +15,13 @@ class QLM_Renderer4 {
     void Render();
     /// Main thread, after Render: marks the picture valid (not after an abort).
     void Finish();
+    /// Main thread, in an idle pass while Render runs: keeps the maps that it reads from being swapped out.
+    void KeepMapsResident();
 
   private:
+    void SizeBuffers();
+    void GatherMeshes();
+
     QLM_Viewport& viewport;
     struct Pass;
     Pass* pass = nullptr;

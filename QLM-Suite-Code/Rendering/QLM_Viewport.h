@@ -5,6 +5,7 @@
 #include "Rendering/QLM_RenderState.h"
 
 class QLM_Mesh;
+class QLM_ViewportManager;
 
 /// Owned by the viewport manager; always exists, whatever the layout shows. Main thread.
 class QLM_Viewport : public virtual QLM_BaseClass {
@@ -30,8 +31,13 @@ class QLM_Viewport : public virtual QLM_BaseClass {
     float GetAspect() const { return height > 0 ? static_cast<float>(width) / height : 1.0f; }
     /// Refreshes the camera of `r4s` from view, placement and scene; aborts nothing.
     void UpdateCamera();
-    /// Marks the picture as stale: aborts and joins a running render first.
+    /// Marks the picture as stale: aborts and joins a running render first. To be called after a change of the public
+    /// fields of the view; the setters do it themselves.
     void OnViewChanged();
+    /// The shape changed: screen positions are computed anew at the next use.
+    void DropScreenCaches();
+    /// Copies rotation, look-at and zoom of another viewport.
+    void CopyViewFrom(const QLM_Viewport& other);
     /// Normalised screen position (-1..1, y up) and clip z of a world point.
     void Project(const float* world, float* out) const;
     /// World point of a normalised position on the plane through the look-at.
@@ -41,6 +47,7 @@ class QLM_Viewport : public virtual QLM_BaseClass {
     /// Screen positions of a mesh's vertices for the present view, filled when stale.
     const QLM_ScreenCache& GetScreenCache(QLM_Mesh* mesh);
 
+    QLM_ViewportManager* owner = nullptr; ///< gives the scale and hears of changes; null for a viewport on its own
     int index = 0;
     int x = 0, y = 0, width = 0, height = 0; ///< on the canvas, physical pixels, y from the top
     bool shown = false;

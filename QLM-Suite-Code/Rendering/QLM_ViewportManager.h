@@ -4,7 +4,10 @@
 #include "Engine/QLM_Engine.h"
 #include "Engine/QLM_Manager.h"
 
+#include <atomic>
+
 class QLM_Object;
+class QLM_Renderer4;
 class QLM_Viewport;
 
 /// What a pick hits.
@@ -23,6 +26,7 @@ class QLM_ViewportManager : public QLM_Manager {
     QLM_ViewportManager();
     ~QLM_ViewportManager() override;
     void OnIdle() override; ///< finishes a render that is done, starts one that is due
+    void Clear() override;
     void AfterClear() override;
 
     /// Sizes the canvas in physical pixels and places the viewports; widths are rounded down to a multiple of 8.
@@ -63,6 +67,9 @@ class QLM_ViewportManager : public QLM_Manager {
     void StartRenders();
     /// Waits for running renders, with all pictures valid afterwards.
     void FinishRenders();
+    /// Ends a running render and waits for its end; what it drew stays due. To be called before meshes, materials, maps
+    /// or the layout change. With a viewport only a render of that viewport is ended.
+    void AbortRender(const QLM_Viewport* viewport = nullptr);
     bool AreRendersPending() const;
     /// Copies the finished picture of one viewport, or of the whole canvas for index -1, as RGB rows, bottom row first.
     void ReadPicture(int index, std::vector<uint8_t>& rgb, int& width, int& height);
@@ -73,6 +80,8 @@ class QLM_ViewportManager : public QLM_Manager {
     void PointerRelease(int button, float x, float y);
     /// Normalised coordinates of a canvas place in a viewport.
     static void Normalise(const QLM_Viewport& viewport, float x, float y, float& nx, float& ny);
+    /// Called by a viewport whose view changed: culling, picks and the viewports that copy it follow.
+    void OnViewportViewChanged(QLM_Viewport* viewport);
 
     bool viewportsMoved = false; ///< a view changed lately; see lastViewportChangeTimer
     int mouseViewport = -1;      ///< holds the mouse during a drag
@@ -81,10 +90,31 @@ class QLM_ViewportManager : public QLM_Manager {
 
   private:
     void PlaceViewports();
+    void SetShown(int index, int x, int y, int width, int height);
+    void FinishRunningRender();
+    void MarkAllStale();
+    bool NeedsRender(const QLM_Viewport& viewport) const;
+    bool RefuseLocked(const QLM_Viewport* viewport) const;
+    bool GetFrameBounds(QLM_FrameMode mode, float* minimum, float* maximum) const;
+    void MoveHeldPointer(float x, float y);
 
     QLM_Owned<QLM_Viewport> viewports[4];
     int currentViewport = 0, activeViewport = 0, maximizedViewport = -1;
+    int heldButton = -1;
+    float constrainedX = 0, constrainedY = 0; ///< the last motion point behind the tool's constraint
     int canvasWidth = 1280, canvasHeight = 720;
     float pixelsPerUnit = 1.0f;
+
+    // The render that runs, if any.
     uint32_t renderThread = 0;
+    QLM_Renderer4* renderer = nullptr;
+    QLM_Viewport* renderedViewport = nullptr;
+    std::atomic<bool> renderDone{false};
+
+    // The last pick; objects are kept by ID, as they may go meanwhile.
+    bool cachedPickValid = false, cachedPickHit = false;
+    const QLM_Viewport* cachedPickViewport = nullptr;
+    float cachedPickPlace[2] = {};
+    uint32_t cachedPickObjectID = 0;
+    QLM_PickResult cachedPick;
 };

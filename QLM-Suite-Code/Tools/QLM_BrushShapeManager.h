@@ -10,6 +10,7 @@ class QLM_Viewport;
 /// Main thread, between strokes; BrushOverlay is read by paint workers once a stroke has filled it.
 class QLM_BrushShapeManager : public QLM_Manager {
   public:
+    void Initialize() override; ///< loads the shipped shape
     /// Loads a shape picture; false with `error`, the old one stays.
     bool LoadShape(const std::string& path, std::string& error);
     /// The shipped shape; a missing file ends the program with its message.
@@ -18,7 +19,8 @@ class QLM_BrushShapeManager : public QLM_Manager {
     void InvalidateTip() { tipStale = true; }
     /// Builds the tip for the stamping overlay's width, and sizes and clears BrushOverlay to `overlayWidth` x `overlayHeight`.
     void SetupOverlayAndBrushShape(QLM_Viewport* viewport, QLM_Tool* tool, int overlayWidth, int overlayHeight, int stampingWidth);
-    /// Side of the tip for an overlay width: round(width x size x panel aspect), shrunk on one side by the shape's aspect.
+    /// Sides of the tip for an overlay width: round(width x size x panel aspect), shrunk to the box of a turned shape
+    /// that is not square. At least 1.
     void GetTipSize(QLM_Tool* tool, int overlayWidth, int& width, int& height) const;
     /// Each pixel and its mirror become the larger of both.
     static void MirrorOverlay(QLM_ImageMap& overlay, bool mirrorX, bool mirrorY);

@@ -7,16 +7,17 @@ enum class QLM_ParameterType : uint32_t { Float = 1, Bool = 2, Radio = 4, RadioG
 
 class QLM_Tool;
 
-/// Points at the variable it edits, owned by the tool or a manager; owns its children.
+/// Points at the variable it edits (float, bool, or int32_t for radios and choices), owned by the tool or a manager;
+/// null for groups and separators. Owns its children: the members of a group, the labels of a choice.
 class QLM_Parameter : public virtual QLM_BaseClass {
   public:
     QLM_Parameter(QLM_ParameterType type, const char* label, const char* help, void* value);
     ~QLM_Parameter() override;
 
-    /// The value as a preset stores it; empty for groups of radios and separators.
+    /// The value as a preset stores it; empty for groups of radios and separators. A choice stores its index.
     std::string GetValueText() const;
     /// Sets from a text: a number between minimum and maximum, "on"/"off"/"1"/"0", a choice by label or number.
-    /// False with a reason for anything else; nothing changes then.
+    /// False with a reason for anything else; nothing changes then. The owner tool is told of a change.
     bool SetValueFromText(const std::string& text, std::string& error);
     float GetFloat() const { return *static_cast<float*>(Value); }
 

@@ -29,6 +29,7 @@ class QLM_Tool : public virtual QLM_BaseClass {
     QLM_Tool();
     ~QLM_Tool() override;
 
+    /// In an adjustment mode: takes the property's value as the base right after a press, else sets it from the way.
     virtual void UpdateBrushAdjustment();
     virtual bool UsesBrushShape() const { return false; }
     virtual bool IsViewTool() const { return false; }
@@ -90,6 +91,13 @@ class QLM_Tool : public virtual QLM_BaseClass {
     float StartX = 0, StartY = 0, LastX = 0, LastY = 0, CurrentX = 0, CurrentY = 0;
     float farthestDistance = 0;
     QLM_List<QLM_Parameter*> Parameters; ///< owned
+
+  private:
+    float* AdjustedProperty(const char*& label) const;
+    void UpdateAxisLock(float x, float y);
+    void DeleteParameters();
+    bool adjustmentPressed = false; ///< the next update only takes the base
+    float adjustmentBase = 0;
 };
 
 /// Base of everything that has a brush shape.

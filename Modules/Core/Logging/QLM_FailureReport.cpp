@@ -89,8 +89,9 @@ void OnCrash(int signalNumber, siginfo_t* info, void*) {
     const bool onMain = QLM_OS::IsMainThread();
     DescribeSignal(text, sizeof text, signalNumber, info);
     std::snprintf(thread, sizeof thread, onMain ? "- Main Thread -" : "Thread:%u", QLM_CurrentThreadID());
-    std::snprintf(head, sizeof head, "--- ERROR ---\n%s\nError code: %u\nThread Function Name: %s\nException Code : %u\n",
-                  thread, static_cast<unsigned>(signalNumber), QLM_CurrentThreadFunctionName(),
+    std::snprintf(head, sizeof head,
+                  "--- ERROR ---\n%s\nError code: %u\nThread Function Name: %s\nException Code : %u\n", thread,
+                  static_cast<unsigned>(signalNumber), QLM_CurrentThreadFunctionName(),
                   static_cast<unsigned>(signalNumber));
     QLM_LogFromSignalHandler(head);
 

@@ -6,6 +6,7 @@
 #include "Core/Objects/ThreadLocker.h"
 #include "Core/Threads/QLM_Threads.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -70,6 +71,13 @@ Logger& TheLogger() {
     return *logger;
 }
 
+/// A failed thread may hold the lock for ever: once there is one, the wait is a second at most.
+bool LockUnlessStuck(Logger& logger) {
+    if (QLM_IsFailureUnderWay()) return logger.TryLockFor(1.0);
+    logger.Lock();
+    return true;
+}
+
 bool Logger::Open(const std::string& logFolder) {
     path = QLM_FormatText("%s%s-Log.txt", logFolder, "Quillmere");
     created = true;
@@ -115,7 +123,7 @@ void Logger::WriteThreadChange() {
     lastThread = thread;
     lastFile.clear();
     lastLine = -1;
-    Write(thread == MainThreadID ? std::string("---\nT:Main\n") : QLM_FormatText("---\nT:%d\n", thread));
+    Write(thread == MainThreadID ? std::string("---\nT:Main\n") : QLM_FormatText("---\nT:%u\n", thread));
 }
 
 void Logger::WriteLocation(const char* sourceFile, int line) {
@@ -130,11 +138,12 @@ void Logger::WriteLocation(const char* sourceFile, int line) {
     }
 }
 
-/// A worker's text, a further line and a leading brace are indented, so that a reader can tell texts from scopes.
+/// A worker's text, a further line and a text that begins like a mark of the log are indented, so that a reader can
+/// tell texts from scopes.
 void Logger::WriteTextLine(const std::string& text) {
     WriteThreadChange();
-    const bool brace = !text.empty() && (text[0] == '{' || text[0] == '}');
-    std::string line = QLM_CurrentThreadID() != MainThreadID || brace ? " " : "";
+    const bool likeAMark = text.starts_with('{') || text.starts_with('}') || text.starts_with("---");
+    std::string line = QLM_CurrentThreadID() != MainThreadID || likeAMark ? " " : "";
     for (const char c : text) {
         line += c;
         if (c == '\n') line += ' ';
@@ -181,8 +190,8 @@ void QLM_InitializeExceptionHandling(const std::string& logFolder, bool installS
 
 void QLM_EndLogging() {
     Logger& logger = TheLogger();
-    // A failed thread may hold the lock for ever; the log was closed by the report then.
-    if (!logger.TryLockFor(1.0)) return;
+    // Where that fails the report has closed the log.
+    if (!LockUnlessStuck(logger)) return;
     if (logger.created) {
         QLM_RestoreSignalHandlers();
         if (!QLM_IsFailureUnderWay()) logger.WriteTextLine("Program ending normally");
@@ -194,7 +203,7 @@ void QLM_EndLogging() {
 
 bool QLM_IsLoggerCreated() {
     Logger& logger = TheLogger();
-    if (!logger.TryLockFor(1.0)) return true;
+    if (!LockUnlessStuck(logger)) return true;
     const bool created = logger.created;
     logger.Unlock();
     return created;
@@ -202,7 +211,7 @@ bool QLM_IsLoggerCreated() {
 
 void QLM_LogFailureAndClose(const std::string& text) {
     Logger& logger = TheLogger();
-    if (!logger.TryLockFor(1.0)) {
+    if (!LockUnlessStuck(logger)) {
         QLM_LogFromSignalHandler(("Exception: " + text + "\n").c_str());
         return;
     }
@@ -241,7 +250,7 @@ void QLM_DumpLog(FILE* file) {
 
 std::string QLM_GetLogPath() {
     Logger& logger = TheLogger();
-    if (!logger.TryLockFor(1.0)) return {};
+    if (!LockUnlessStuck(logger)) return {};
     std::string path = logger.created ? logger.path : std::string();
     logger.Unlock();
     return path;
@@ -331,8 +340,9 @@ void QLM_Heartbeat(const char* file, int line, int level) {
 
 void QLM_LogText(const std::string& text) {
     Logger& logger = TheLogger();
-    ThreadLockerScope scope(&logger);
+    if (!LockUnlessStuck(logger)) return;
     if (logger.created) logger.WriteTextLine(text);
+    logger.Unlock();
 }
 
 void QLM_TraceScope::Open(const char* file, int line, const char* nameIn, int level) {

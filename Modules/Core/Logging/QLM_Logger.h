@@ -28,7 +28,9 @@ const char* QLM_LoggingLevelName(int level);
 void QLM_Heartbeat(const char* file, int line, int level);
 /// One line of text into the log at any level, through the substitution; indented on workers. Any thread.
 void QLM_LogText(const std::string& text);
-template <class... A> void QLM_Log(const char* format, const A&... args) { QLM_LogText(QLM_FormatText(format, args...)); }
+template <class... A> void QLM_Log(const char* format, const A&... args) {
+    QLM_LogText(QLM_FormatText(format, args...));
+}
 /// Copies the log as it lies in the file, then "END_LOG\n".
 void QLM_DumpLog(FILE* file);
 std::string QLM_GetLogPath();

@@ -1,7 +1,6 @@
 #pragma once
 // Paths and files: the one place where a text from a file becomes a path of the platform. UTF-8. Any thread.
 
-#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -12,7 +11,10 @@ std::string QLM_NativePath(std::string_view text);
 /// The path as it stands if it exists, else found component by component without regard to ASCII case (exact name
 /// first, then first in byte order); the native path unchanged when nothing matches. For reading.
 std::string QLM_ResolveCase(std::string_view path);
-/// Keeps the directory lists of QLM_ResolveCase while it lives (one import, say).
+/// The native path with the existing part of its folder in the case that it has on disk, so that "Runtime" is not made
+/// beside "runtime"; the file name stays as given. For writing.
+std::string QLM_ResolveFolderCase(std::string_view path);
+/// On its own thread keeps the directory lists of QLM_ResolveCase while it lives (one import, say).
 class QLM_DirectoryCacheScope {
   public:
     QLM_DirectoryCacheScope();

@@ -58,6 +58,7 @@ class QLM_OS {
     template <class... A> void PrintMessage(const char* format, const A&... args) { PrintMessageText(QLM_FormatText(format, args...)); }
     template <class... A> void PrintMessageNoRepeat(const char* format, const A&... args) { PrintMessageNoRepeatText(QLM_FormatText(format, args...)); }
     template <class... A> void PrintStatus(const char* format, const A&... args) { PrintStatusText(QLM_FormatText(format, args...)); }
+    template <class... A> void PrintStatusNoRepeat(const char* format, const A&... args) { PrintStatusNoRepeatText(QLM_FormatText(format, args...)); }
     template <class... A> void PrintHint(const char* format, const A&... args) { PrintHintText(QLM_FormatText(format, args...)); }
     /// Modal box with OK, caption "Error...".
     template <class... A> void MessageBox(const char* format, const A&... args) { MessageBoxText(QLM_FormatText(format, args...)); }
@@ -67,11 +68,14 @@ class QLM_OS {
     void PrintMessageText(const std::string& text);
     void PrintMessageNoRepeatText(const std::string& text);
     void PrintStatusText(const std::string& text);
+    void PrintStatusNoRepeatText(const std::string& text);
     void PrintHintText(const std::string& text);
     void MessageBoxText(const std::string& text);
     bool AskText(const std::string& text, bool yesNo);
     /// A path from a file dialog, empty for cancel; without a callback taken from the queued answers.
     std::string AskFile(const std::string& description, const std::string& extension, const std::string& suggestion, bool forSaving);
+    /// A line of text from the user, empty for cancel; without a callback taken from the queued answers.
+    std::string AskLine(const std::string& question, const std::string& suggestion);
     /// Asks whether to find a missing file; the answer's folder joins the temporary search paths. Empty for no.
     std::string LocateFile(const std::string& name);
 
@@ -92,11 +96,17 @@ class QLM_OS {
     std::atomic<int> mouseButtonsDown{0};
 
     void OpenAddress(const std::string& url);
+    void ExitToolkit();
+    /// A box on the main thread of a shell with windows, else a line on standard error. Any thread.
+    void ShowFinalMessage(const std::string& text);
     QLM_String lastMessage;
 
   private:
     void Record(QLM_RecordedMessage::Kind kind, const std::string& text);
-    bool NextAnswer(std::string& answer);
+    /// True when `text` was the last one already; else it is from now on.
+    bool IsRepeated(const std::string& text);
+    /// The next queued answer; empty, and counted, when there is none or when it refuses.
+    std::string NextAnswer();
 
     QLM_OSCallbacks callbacks;
     ThreadLocker lock;

@@ -8,7 +8,8 @@
 #include <vector>
 
 /// Reads bytes until CR, LF, end of file or size - 1 bytes; CRLF and LFCR count as one line end.
-/// Always terminates `buffer`. False at the end of the file with nothing read.
+/// A line "DATA_BEGIN" ends with its LF alone: what follows is binary. Always terminates `buffer`. False at the end
+/// of the file with nothing read.
 bool QLM_ReadLine(char* buffer, size_t size, FILE* stream);
 /// The same into a string, of at most `maximum` - 1 characters.
 bool QLM_ReadLine(std::string& line, size_t maximum, FILE* stream);

@@ -92,7 +92,10 @@ bool Inflate(const uint8_t* source, size_t sourceSize, std::vector<uint8_t>& out
         status = inflate(&z, Z_NO_FLUSH);
         read += input - z.avail_in;
         const size_t produced = offered - z.avail_out;
-        if (!room && produced) break;
+        if (!room && produced) {
+            status = Z_DATA_ERROR;
+            break;
+        }
         written += produced;
     }
     inflateEnd(&z);

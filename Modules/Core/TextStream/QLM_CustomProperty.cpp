@@ -1,5 +1,7 @@
 #include "Core/TextStream/QLM_CustomProperty.h"
 
+#include "Core/Logging/QLM_RaiseError.h"
+#include "Core/Logging/QLM_RaiseError.h"
 #include "Core/OS/QLM_Memory.h"
 #include "Core/TextStream/QLM_TextStream.h"
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <type_traits>
+#include <utility>
 
 constexpr int QLM_MaximumThreads = 32;
 
@@ -19,8 +20,11 @@ struct ThreadCrunchRange {
 using QLM_ThreadFunction = uint64_t (*)(ThreadCrunchRange*);
 
 /// Runs `function` over 0..count-1 split into one share a thread, the caller taking the first; returns when all are
-/// done. count < 1 does nothing. A crunch inside a crunch ends the program. `name` is recorded for the trace.
-void QLM_ThreadCrunch(int64_t count, QLM_ThreadFunction function, void* userData, const char* name, int percentOfThreads = 100);
+/// done. count < 1 does nothing. A share must not wait for another to begin. A crunch inside a crunch ends the program.
+/// `name` is recorded for the trace. Any thread; an exception of a share that the caller ran comes back, one on a
+/// worker goes to the failure report.
+void QLM_ThreadCrunch(int64_t count, QLM_ThreadFunction function, void* userData, const char* name,
+                      int percentOfThreads = 100);
 
 /// The same with a callable taking (const ThreadCrunchRange&).
 template <class F, class = std::enable_if_t<std::is_invocable_v<F&, const ThreadCrunchRange&>>>
@@ -35,7 +39,9 @@ void QLM_ThreadCrunch(int64_t count, F&& body, const char* name, int percentOfTh
 /// For functions that take their own share by threadIndex: count 1,000,000,000 and 100 percent.
 void QLM_ThreadCrunchEachThread(QLM_ThreadFunction function, void* userData, const char* name);
 template <class F, class = std::enable_if_t<std::is_invocable_v<F&, const ThreadCrunchRange&>>>
-void QLM_ThreadCrunchEachThread(F&& body, const char* name) { QLM_ThreadCrunch(1000000000, std::forward<F>(body), name); }
+void QLM_ThreadCrunchEachThread(F&& body, const char* name) {
+    QLM_ThreadCrunch(1000000000, std::forward<F>(body), name);
+}
 
 int QLM_GetThreadCountForPercent(int percent);
 /// True on a thread that is inside a crunch (the caller's slot too).

@@ -52,7 +52,7 @@ void QLM_SafeThreadCallerB(const std::function<void()>& function, const std::str
     const QLM_SignalStack signalStack(SignalStackBytes);
     try {
         NameThread(name, id);
-        QLM_Log("Launching Thread, function: %s, threadID: %d", name, id);
+        QLM_Log("Launching Thread, function: %s, threadID: %u", name, id);
         function();
     } catch (const std::exception& failure) {
         QLM_HandOverFailure(failure.what());

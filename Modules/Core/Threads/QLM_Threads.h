@@ -11,7 +11,8 @@ enum class QLM_ThreadPriority { Normal, Highest };
 
 /// Starts a thread that runs `function` inside a catch-all which hands failures to the failure report.
 /// `threadIDOut` receives an own counter, never 0. Any thread.
-void QLM_StartThread(uint32_t& threadIDOut, std::function<void()> function, QLM_ThreadPriority priority, const std::string& name);
+void QLM_StartThread(uint32_t& threadIDOut, std::function<void()> function, QLM_ThreadPriority priority,
+                     const std::string& name);
 /// Joins a thread; returns at once for 0, an unknown ID or the calling thread itself.
 void QLM_JoinThread(uint32_t threadID);
 /// Number of the calling thread, 1 for the main thread.

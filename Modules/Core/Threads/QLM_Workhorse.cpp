@@ -39,6 +39,8 @@ void QLM_Workhorse::Start(void (*threadFunction)(QLM_Workhorse*), const char* na
 void QLM_Workhorse::BeforeStart() {
     if (pauseRequested || paused) Resume();
     if (threadRunning) Stop(true);
+    // One that ended by itself may still be on its way out.
+    else WaitForThreadExit();
 }
 
 void QLM_Workhorse::Stop(bool wait) {

@@ -6,7 +6,8 @@
 
 #include <atomic>
 
-/// The base lock guards data that the main thread also reads. Never call Pause, Stop(true) or PauseAll while holding it.
+/// The base lock guards data that the main thread also reads. Never call Pause, Stop(true) or PauseAll while holding
+/// it. A subclass stops its thread in its own destructor.
 class QLM_Workhorse : public ThreadLocker, public virtual QLM_BaseClass {
   public:
     QLM_Workhorse();

@@ -1,0 +1,150 @@
+#include "Commands/QLM_Commands.h"
+
+#include "Core/Logging/QLM_Logger.h"
+#include "Core/OS/QLM_OS.h"
+#include "Engine/QLM_Engine.h"
+#include "Engine/QLM_Events.h"
+#include "Images/QLM_GL_Textures.h"
+#include "Maps/QLM_MapManager.h"
+#include "Maps/QLM_MaterialMapSource.h"
+#include "Rendering/QLM_CullingManager.h"
+#include "Rendering/QLM_Viewport.h"
+#include "Rendering/QLM_ViewportManager.h"
+#include "Tools/QLM_ToolManager.h"
+
+#include <utility>
+
+namespace {
+
+QLM_ViewportManager& Viewports() { return *QLM_GetManagers().GetViewportManager(); }
+QLM_ToolManager& Tools() { return *QLM_GetManagers().GetToolManager(); }
+
+/// A named run of a check box toggles, and brings the control up to date.
+void Toggle(bool& value) {
+    value = !value;
+    QLM_PostEvent(QLM_Event_RefreshAllPanels);
+}
+
+void ForShown(const std::function<void(QLM_Viewport*)>& act) {
+    for (int i = 0; i < 4; ++i)
+        if (QLM_Viewport* viewport = Viewports().GetViewport(i); viewport->IsShown()) act(viewport);
+}
+
+/// Moves the look-at in the view plane, in units of half the viewport's height.
+void MoveView(float dx, float dy) {
+    QLM_Viewport* viewport = Viewports().GetCurrentViewport();
+    float travel[3];
+    viewport->ViewToWorldVector(dx / viewport->GetAspect(), dy, travel);
+    const float* lookAt = viewport->GetLookAt();
+    const float moved[3] = {lookAt[0] + travel[0], lookAt[1] + travel[1], lookAt[2] + travel[2]};
+    viewport->SetLookAt(moved);
+    Viewports().RefreshViewport(viewport);
+}
+
+void ToggleNavigationTool(const char* name) {
+    QLM_Tool* tool = Tools().FindTool(name);
+    if (tool == Tools().GetCurrentTool()) QLM_PostEvent(QLM_Event_PreviousTool);
+    else Tools().SelectToolByName(name);
+}
+
+void CancelEverything(int) {
+    Tools().SetBrushAdjustmentMode(0);
+    Viewports().displayMode = 0;
+    if (QLM_Tool* tool = Tools().GetCurrentTool()) tool->OnKey(27);
+    QLM_InvalidateDisplayLists();
+    for (auto maps = QLM_GetManagers().GetMapManager()->GetMaps(); !maps.IsEmpty(); maps.Pop()) maps->OnWholeMapChanged();
+}
+
+void SetMethod(QLM_CullingMethod method) {
+    if (!QLM_GetManagers().GetCullingManager()->SetMethod(method))
+        QLM_OS::Get().PrintMessage("The culling method \"%s\" is not available.", QLM_CullingMethodName(method));
+    QLM_PostEvent(QLM_Event_RefreshToolPanel);
+}
+
+} // namespace
+
+QLM_CommandTable& QLM_CommandTable::Get() {
+    static QLM_CommandTable table;
+    return table;
+}
+
+QLM_CommandTable::QLM_CommandTable() {
+    const auto add = [this](const char* name, std::function<void(int)> run) { commands[name].run = std::move(run); };
+    add("CancelEverything", CancelEverything);
+
+    // View directions, framing, layouts.
+    const char* const views[] = {"Front", "Back", "Left", "Right", "Top", "Bottom"};
+    for (int i = 0; i < 6; ++i) add((std::string("SetViewportTo") + views[i]).c_str(), [i](int) { QLM_PostEvent(QLM_Event_ViewFront + i); });
+    const char* const frames[] = {"Object", "Selection", "Project"};
+    for (int i = 0; i < 3; ++i) {
+        const auto mode = static_cast<QLM_FrameMode>(i);
+        add((std::string("FrameViewport_") + frames[i]).c_str(), [mode](int) { Viewports().Frame(Viewports().GetCurrentViewport(), mode); });
+        add((std::string("FrameViewport_") + frames[i] + "_All").c_str(),
+            [mode](int) { ForShown([mode](QLM_Viewport* viewport) { Viewports().Frame(viewport, mode); }); });
+    }
+    const char* const layouts[] = {"OneViewport", "TwoViewportsTall", "TwoViewportsWide", "ThreeViewports", "FourViewports", "FourViewportsB"};
+    for (uint32_t i = 0; i < 6; ++i) add((std::string("ChangeViewportSetup_") + layouts[i]).c_str(), [i](int) { Viewports().ChangeViewportSetup(i); });
+    add("ToggleMaximizeViewport", [](int) { QLM_PostEvent(QLM_Event_ToggleMaximize); });
+    add("MoveViewport_Up", [](int) { MoveView(0, -0.25f); });
+    add("MoveViewport_Down", [](int) { MoveView(0, 0.25f); });
+    add("MoveViewport_Left", [](int) { MoveView(0.25f, 0); });
+    add("MoveViewport_Right", [](int) { MoveView(-0.25f, 0); });
+    add("ResetCurrentViewport", [](int) { QLM_PostEvent(QLM_Event_ResetView, Viewports().GetCurrentViewport()->GetID()); });
+    add("ResetAllViewports", [](int) { ForShown([](QLM_Viewport* viewport) { QLM_PostEvent(QLM_Event_ResetView, viewport->GetID()); }); });
+    add("RefreshAllViewports", [](int) { QLM_PostEvent(QLM_Event_FullRefresh); });
+    const std::pair<const char*, bool QLM_Viewport::*> shading[] = {{"Smooth", &QLM_Viewport::Smooth}, {"Filter", &QLM_Viewport::Filter}, {"UseLighting", &QLM_Viewport::UseLighting}};
+    for (const auto& [name, member] : shading)
+        add((std::string("SetViewportShadingOption_") + name).c_str(), [member = member](int) {
+            QLM_Viewport* viewport = Viewports().GetCurrentViewport();
+            Toggle(viewport->*member);
+            viewport->OnViewChanged();
+        });
+
+    // Tools and their settings.
+    add("ToggleMoveView", [](int) { ToggleNavigationTool("MoveView"); });
+    add("ToggleZoomView", [](int) { ToggleNavigationTool("ZoomView"); });
+    add("ToggleRotateView", [](int) { ToggleNavigationTool("RotateView"); });
+    add("SetCurrentToolToPrevious", [](int) { QLM_PostEvent(QLM_Event_PreviousTool); });
+    add("EnterPressedForTool", [](int) { if (QLM_Tool* tool = Tools().GetCurrentTool()) tool->OnKey(13); });
+    const char* const adjustments[] = {"None", "Size", "Strength", "Hardness", "Angle", "Density"};
+    for (int i = 0; i < 6; ++i) add((std::string("SetBrushAdjustmentMode_") + adjustments[i]).c_str(), [i](int) { Tools().SetBrushAdjustmentMode(i); });
+    for (uint32_t i = 0; i <= 6; ++i) {
+        const auto method = static_cast<QLM_CullingMethod>(i);
+        add((std::string("SetCullingMethod_") + QLM_CullingMethodName(method)).c_str(), [method](int) { SetMethod(method); });
+    }
+    add("SetMirrorX", [](int) { Toggle(Tools().mirrorX); });
+    add("SetMirrorY", [](int) { Toggle(Tools().mirrorY); });
+    add("SetLockAlphaMask", [](int) { Toggle(Tools().lockAlpha); });
+    add("SetExtraSoftBrushStrokes", [](int) { Toggle(Tools().extraSoftBrushStrokes); });
+    add("SetAutoPressure", [](int) { Toggle(Tools().autoPressure); });
+    add("SetFadeByAngle", [](int) { Toggle(QLM_GetManagers().GetFadeByAngleManager()->Enabled); });
+    const char* const channels[] = {"Current", "Color", "Bump", "Transparent", "Displacement", "Ambient", "Specular"};
+    for (int i = 0; i < 7; ++i) add((std::string("SetPaintChannel") + channels[i]).c_str(), [i](int) { Toggle(Tools().paintChannels[i]); });
+    add("SwapBrushColors", [](int) {
+        std::swap(QLM_GetEngine()->foregroundColor, QLM_GetEngine()->backgroundColor);
+        QLM_PostEvent(QLM_Event_RefreshToolPanel);
+    });
+
+    // Pen and wheel.
+    add("SetTabletVarySize", [](int) { Toggle(QLM_GetEngine()->tabletPressureVariesPseudoSize); });
+    add("SetTabletVaryHardness", [](int) { Toggle(QLM_GetEngine()->tabletPressureVariesHardness); });
+    add("SetTabletVaryStrength", [](int) { Toggle(QLM_GetEngine()->tabletPressureVariesStrength); });
+    add("SetTabletVaryDensity", [](int) { Toggle(QLM_GetEngine()->tabletPressureVariesDensity); });
+    add("SetMouseWheelNavZoom", [](int) { Toggle(QLM_GetEngine()->wheelFlags.navZoom); });
+    add("SetMouseWheelVarySize", [](int) { Toggle(QLM_GetEngine()->wheelFlags.varySize); });
+    add("SetMouseWheelVaryHardness", [](int) { Toggle(QLM_GetEngine()->wheelFlags.varyHardness); });
+    add("SetMouseWheelVaryStrength", [](int) { Toggle(QLM_GetEngine()->wheelFlags.varyStrength); });
+    add("SetMouseWheelVaryDensity", [](int) { Toggle(QLM_GetEngine()->wheelFlags.varyDensity); });
+}
+
+bool QLM_CommandTable::RunCommand(const std::string& name, int value, std::string& error) {
+    QLM_TRACE(2);
+    const auto found = commands.find(name);
+    if (found == commands.end() || !found->second.run) {
+        error = "there is no command \"" + name + "\"";
+        return false;
+    }
+    QLM_GetEngine()->commandRan = true;
+    found->second.run(value);
+    return true;
+}

@@ -1,0 +1,60 @@
+#include "Core/OS/QLM_Files.h"
+#include "Core/OS/String_Functions.h"
+#include "FileInterchange/OBJ/QLM_LineScanner.h"
+#include "FileInterchange/OBJ/QLM_ObjReader.h"
+#include "Geometry/QLM_Mesh.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr size_t LineLimit = 998; // characters of a line, from a buffer of 999
+
+/// Overwrites option switches ("-s") with blanks; their arguments stay.
+std::string EraseSwitches(std::string_view remainder) {
+    std::string text(remainder);
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '-' || (i > 0 && !QLM_Scan::IsBlank(text[i - 1]))) continue;
+        for (; i < text.size() && !QLM_Scan::IsBlank(text[i]); ++i) text[i] = ' ';
+    }
+    return std::string(QLM_Scan::Trim(text));
+}
+
+/// One statement on the selected material.
+void Statement(QLM_Material& material, std::string_view token, const std::string& remainder, bool importMaps) {
+    const auto is = [token](const char* name) { return QLM_CompareNoCase(token, name) == 0; };
+    float value[3];
+    if (is("Ns")) {
+        if (QLM_Scan::Floats(remainder, value, 1) == 1) material.Glossy->Strength = value[0] / 100.0f;
+    } else if (is("d")) {
+        if (QLM_Scan::Floats(remainder, value, 1) == 1) material.Transparency->Strength = std::clamp(1.0f - value[0], 0.0f, 1.0f);
+    } else if (is("Ka") || is("Kd") || is("Ks")) {
+        if (QLM_Scan::Floats(remainder, value, 3) != 3) return;
+        QLM_MaterialChannel* channel = is("Ka") ? material.Ambient : is("Kd") ? material.Color : material.Specular;
+        std::copy(value, value + 3, channel->Color);
+    } else if (importMaps && !remainder.empty()) {
+        const std::pair<const char*, QLM_MaterialChannel*> maps[] = {
+            {"map_Kd", material.Color},   {"map_Bump", material.Bump},     {"map_Ks", material.Specular},
+            {"map_Ka", material.Ambient}, {"disp", material.Displacement}, {"map_d", material.Transparency}};
+        for (const auto& [name, channel] : maps)
+            if (is(name)) channel->mapFileName = remainder;
+    }
+}
+
+} // namespace
+
+void QLM_ReadMtlFile(const std::string& path, QLM_Mesh* mesh, bool importMaps) {
+    if (QLM_FolderExists(path)) return;
+    FILE* stream = QLM_fopen(path, "rb");
+    if (!stream) return;
+    QLM_LineScanner lines(stream, LineLimit);
+    QLM_Material* selected = nullptr;
+    std::string_view line, rest;
+    while (lines.Next(line)) {
+        const std::string_view token = QLM_Scan::Word(line, rest);
+        if (token.empty() || token[0] == '#') continue;
+        if (QLM_CompareNoCase(token, "newmtl") == 0) selected = mesh->FindMaterialByName(std::string(rest));
+        else if (selected) Statement(*selected, token, EraseSwitches(rest), importMaps);
+    }
+    QLM_fclose(stream);
+}

@@ -1,0 +1,28 @@
+#pragma once
+// Wavefront OBJ and MTL into a mesh.
+
+#include <cstdio>
+#include <string>
+
+class QLM_Mesh;
+
+struct QLM_ObjReadOptions {
+    bool singleDefaultGroup = false;
+    bool useInternalNames = false;
+    bool importMaps = true;
+    const char* stopToken = nullptr; ///< a word that ends both passes, case ignored
+};
+
+/// Reads geometry from where the stream stands, then the material file beside `path`, and finishes the mesh with
+/// AfterRawBuild. Polygons that don't parse are dropped. False with a one-sentence reason when nothing came of it.
+/// Main thread.
+bool QLM_LoadObjDataFromStream(FILE* stream, const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadOptions& options, std::string& error);
+
+/// Opens and reads; a name that ends in 'z' is unpacked first. False with a one-sentence reason.
+bool QLM_ReadObjFile(const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadOptions& options, std::string& error);
+
+/// Reads a material library onto the mesh's materials by name; a file that can't be opened leaves the defaults.
+void QLM_ReadMtlFile(const std::string& path, QLM_Mesh* mesh, bool importMaps);
+
+/// Shows what reading has queued for the user: the warning about bad UVs, once in a session. Main thread.
+void QLM_ShowQueuedObjWarnings();

@@ -1,0 +1,209 @@
+#include "Maps/QLM_MapManager.h"
+
+#include "Core/Logging/QLM_Logger.h"
+#include "Core/OS/QLM_Files.h"
+#include "Core/OS/String_Functions.h"
+#include "Engine/QLM_Engine.h"
+#include "Maps/QLM_Material.h"
+#include "Maps/QLM_MaterialMapSource.h"
+
+#include <filesystem>
+
+namespace {
+
+QLM_TopTreeGroup* MakeTree(const char* name) {
+    auto* tree = new QLM_TopTreeGroup;
+    tree->SetNameText(name);
+    tree->SetBool("manager/noRename", true);
+    return tree;
+}
+
+/// One spelling for each file, whatever links and relative parts lead to it.
+std::string CanonicalPath(const std::string& nativePath) {
+    std::error_code failure;
+    const std::filesystem::path canonical = std::filesystem::weakly_canonical(nativePath, failure);
+    return failure ? nativePath : canonical.string();
+}
+
+/// The n of "base (n).extension", 0 for any other name.
+unsigned long CopyNumber(const std::string& name, const std::string& stem, const std::string& ending) {
+    const std::string head = stem + " (", tail = ")" + ending;
+    if (name.size() <= head.size() + tail.size() || name.compare(0, head.size(), head) != 0) return 0;
+    if (name.compare(name.size() - tail.size(), tail.size(), tail) != 0) return 0;
+    const std::string digits = name.substr(head.size(), name.size() - head.size() - tail.size());
+    const bool isNumber = digits.size() < 10 && digits.find_first_not_of("0123456789") == std::string::npos;
+    return isNumber ? std::stoul(digits) : 0;
+}
+
+/// Channel names by the switches 1 to 7 of the paint target.
+constexpr const char* SwitchChannels[] = {"Color",   "Bump",     "Transparency", "Displacement",
+                                          "Ambient", "Specular", "Glossy"};
+
+bool IsChannelSwitchedOn(const std::string& channel, const bool switches[8], const std::string& shownChannel) {
+    if (switches[0] && channel == shownChannel) return true;
+    for (size_t i = 0; i < std::size(SwitchChannels); ++i)
+        if (switches[i + 1] && channel == SwitchChannels[i]) return true;
+    return false;
+}
+
+} // namespace
+
+QLM_MapManager::QLM_MapManager() : tree(MakeTree("Image Maps")), layerTree(MakeTree("Image Map Layers")) {
+    layerTree->SetBool("DISPLAY_REVERSED", true);
+    bufferWorkhorse.Reset(new QLM_ImageMapBufferWorkhorse([this](QLM_List<QLM_ImageMap*>& maps) {
+        for (QLM_MaterialMapSource* map : GetMaps()) {
+            maps.Add(map);
+            if (map->HasMaskSameSize()) maps.Add(&map->Mask);
+        }
+    }));
+}
+
+QLM_MapManager::~QLM_MapManager() {
+    delete overdrawWorkhorse;
+    Clear();
+}
+
+void QLM_MapManager::Initialize() {
+    QLM_Engine* engine = QLM_GetEngine();
+    if (!engine) return;
+    for (QLM_TopTreeGroup* group : {tree.Get(), layerTree.Get()})
+        if (engine->topTreeGroups.IndexOf(group) < 0) engine->topTreeGroups.Add(group);
+}
+
+void QLM_MapManager::Clear() {
+    DeleteAllMaps();
+    tree->DeleteChildren();
+    layerTree->DeleteChildren();
+}
+
+std::string QLM_MapManager::MakeUniqueName(const std::string& name) {
+    const std::string extension = QLM_ExtensionOf(name);
+    const std::string ending = extension.empty() ? std::string() : "." + extension;
+    const std::string stem = name.substr(0, name.size() - ending.size());
+    bool taken = false;
+    unsigned long greatest = 0;
+    for (QLM_MaterialMapSource* map : GetMaps()) {
+        taken = taken || name == map->GetName();
+        greatest = std::max(greatest, CopyNumber(map->GetName(), stem, ending));
+    }
+    return taken ? stem + " (" + std::to_string(greatest + 1) + ")" + ending : name;
+}
+
+QLM_MaterialMapSource* QLM_MapManager::CreateMapSource() {
+    const std::string name = MakeUniqueName("New Map.PNG");
+    auto* map = new QLM_MaterialMapSource;
+    map->SetNameText(name);
+    tree->AddItem(map);
+    return map;
+}
+
+QLM_MaterialMapSource* QLM_MapManager::FindMapOfFile(const std::string& nativePath) {
+    const std::string fileName = QLM_FileNameOf(nativePath), canonical = CanonicalPath(nativePath);
+    for (QLM_MaterialMapSource* map : GetMaps()) {
+        // Names first: asking the file system for every map would make a long import slow.
+        const std::string& other = map->GetMapFileName();
+        if (QLM_CompareNoCase(QLM_FileNameOf(other), fileName) != 0) continue;
+        if (CanonicalPath(QLM_ResolveCase(other)) == canonical) return map;
+    }
+    return nullptr;
+}
+
+QLM_MaterialMapSource* QLM_MapManager::LoadMapFromFile(const std::string& path, std::string& error) {
+    QLM_TRACE(1);
+    const std::string nativePath = QLM_ResolveCase(path);
+    if (QLM_MaterialMapSource* known = FindMapOfFile(nativePath)) return known;
+
+    QLM_Owned<QLM_MaterialMapSource> map(new QLM_MaterialMapSource);
+    if (!map->LoadFromFileWithAlpha(nativePath, error)) return nullptr;
+    map->SetMapFileName(nativePath);
+    map->IsDefaultMap = false;
+    // Names know no separators: make the one that the map bears unique, not the file's.
+    map->SetNameText(QLM_FileNameOf(nativePath));
+    map->SetNameText(MakeUniqueName(map->GetName()));
+    tree->AddItem(map.Get());
+    return map.Release();
+}
+
+QLM_MaterialMapBinding* QLM_MapManager::GetBinding(QLM_MaterialMapList* list, QLM_MaterialMapSource* map, bool create) {
+    QLM_CheckItem(list, "QLM_MapManager::GetBinding");
+    QLM_CheckItem(map, "QLM_MapManager::GetBinding");
+    QLM_MaterialMapBinding* binding = list->FindBySource(map->GetID());
+    if (!binding && create) {
+        binding = new QLM_MaterialMapBinding;
+        binding->SourceID = map->GetID();
+        list->Add(binding);
+    }
+    return binding;
+}
+
+void QLM_MapManager::AssignMapToMaterialChannel(QLM_MaterialMapList* list, QLM_MaterialChannel* channel,
+                                                QLM_MaterialMapSource* map) {
+    if (!channel) QLM_RaiseError("Channel == NULL in AssignMapToMaterialChannel");
+    if (!map) QLM_RaiseError("Map == NULL in AssignMapToMaterialChannel");
+    channel->MapBindingID = GetBinding(list, map, true)->GetID();
+}
+
+bool QLM_MapManager::CanPaintMaterial(const QLM_MaterialMapList& list, const QLM_Material& material, uint32_t bindingID,
+                                      const bool switches[8], const std::string& shownChannel) {
+    const QLM_MaterialMapBinding* target = list.FindByID(bindingID);
+    if (!target) return false;
+    return std::any_of(material.channels.begin(), material.channels.end(), [&](const auto& channel) {
+        const QLM_MaterialMapBinding* binding = list.FindByID(channel->MapBindingID);
+        return binding && binding->SourceID == target->SourceID &&
+               IsChannelSwitchedOn(channel->GetName(), switches, shownChannel);
+    });
+}
+
+QLM_RootClassQueue<QLM_MaterialMapSource*> QLM_MapManager::GetMaps() {
+    return tree->GetItemQueue<QLM_MaterialMapSource>();
+}
+
+QLM_MaterialMapSource* QLM_MapManager::FindMap(const std::string& name, int occurrence) {
+    for (QLM_MaterialMapSource* map : GetMaps())
+        if (name == map->GetName() && --occurrence == 0) return map;
+    return nullptr;
+}
+
+void QLM_MapManager::DeleteMaps(QLM_List<QLM_MaterialMapSource*>& maps) {
+    if (maps.empty()) return;
+    std::set<uint32_t> sourceIDs;
+    for (const QLM_MaterialMapSource* map : maps) sourceIDs.insert(map->GetID());
+
+    // Unlink the channels, whichever object they belong to.
+    QLM_List<QLM_BaseClass*> assets;
+    QLM_FindUserAssets(assets);
+    for (QLM_BaseClass* asset : assets) {
+        auto* channel = dynamic_cast<QLM_MaterialChannel*>(asset);
+        const auto* binding = channel ? QLM_FindByID<QLM_MaterialMapBinding>(channel->MapBindingID) : nullptr;
+        if (binding && sourceIDs.count(binding->SourceID)) channel->MapBindingID = 0;
+    }
+    // The list may name a map twice.
+    for (const uint32_t id : sourceIDs) {
+        auto* map = QLM_FindByID<QLM_MaterialMapSource>(id);
+        tree->RemoveItem(map);
+        delete map;
+    }
+    maps.clear();
+    bufferWorkhorse->Synchronize();
+}
+
+void QLM_MapManager::DeleteAllMaps() {
+    QLM_List<QLM_MaterialMapSource*> maps;
+    for (QLM_MaterialMapSource* map : GetMaps()) maps.Add(map);
+    DeleteMaps(maps);
+}
+
+bool QLM_MapManager::ExportImageMap(QLM_MaterialMapSource* map, const std::string& path, std::string& error) {
+    QLM_TRACE(1);
+    QLM_CheckItem(map, "QLM_MapManager::ExportImageMap");
+    return map->SaveToFile(QLM_NativePath(path), error);
+}
+
+void QLM_MapManager::SweepMaps() {
+    for (QLM_MaterialMapSource* map : GetMaps())
+        if (!map->IsRecentlyUsed()) map->SwapOut();
+}
+
+void QLM_MapManager::ClearRecentlyUsed() {
+    for (QLM_MaterialMapSource* map : GetMaps()) map->ClearRecentlyUsed();
+}

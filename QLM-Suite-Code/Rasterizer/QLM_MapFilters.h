@@ -1,0 +1,79 @@
+#pragma once
+// Samplers of planes: n bytes a pixel, row 0 at the bottom, pixel i covers [i, i + 1).
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+namespace QLM_Filter {
+/// Cell and fraction of one axis.
+struct Tap {
+    int32_t low, high;
+    float t;
+};
+inline Tap ClampTap(float position, int32_t size) {
+    const float p = std::clamp(position - 0.5f, 0.0f, static_cast<float>(size - 1));
+    const int32_t low = static_cast<int32_t>(p);
+    return {low, std::min(low + 1, size - 1), p - static_cast<float>(low)};
+}
+inline Tap RepeatTap(float position, int32_t size) {
+    const float p = position - 0.5f;
+    const float cell = std::floor(p);
+    int32_t low = static_cast<int32_t>(cell) % size;
+    if (low < 0) low += size;
+    return {low, low + 1 == size ? 0 : low + 1, p - cell};
+}
+// Nested a + (b - a) t: equal neighbours give exactly their value.
+template <int n> void Bilinear(const uint8_t* pixels, int32_t width, const Tap& x, const Tap& y, uint8_t* out) {
+    const uint8_t* a = pixels + (static_cast<int64_t>(y.low) * width + x.low) * n;
+    const uint8_t* b = pixels + (static_cast<int64_t>(y.low) * width + x.high) * n;
+    const uint8_t* c = pixels + (static_cast<int64_t>(y.high) * width + x.low) * n;
+    const uint8_t* d = pixels + (static_cast<int64_t>(y.high) * width + x.high) * n;
+    for (int i = 0; i < n; ++i) {
+        const float bottom = a[i] + (b[i] - a[i]) * x.t;
+        const float top = c[i] + (d[i] - c[i]) * x.t;
+        out[i] = static_cast<uint8_t>(bottom + (top - bottom) * y.t);
+    }
+}
+} // namespace QLM_Filter
+
+/// Bilinear with wrap-around at both ends.
+template <int n> struct MapFilter_Linear_RepeatB {
+    static constexpr bool samples = true;
+    static void Sample(const uint8_t* pixels, int32_t width, int32_t height, float u, float v, uint8_t* out) {
+        QLM_Filter::Bilinear<n>(pixels, width, QLM_Filter::RepeatTap(u * width, width), QLM_Filter::RepeatTap(v * height, height), out);
+    }
+};
+/// Bilinear, clamped to the edge.
+template <int n> struct MapFilter_Linear_ClampB {
+    static constexpr bool samples = true;
+    static void Sample(const uint8_t* pixels, int32_t width, int32_t height, float u, float v, uint8_t* out) {
+        QLM_Filter::Bilinear<n>(pixels, width, QLM_Filter::ClampTap(u * width, width), QLM_Filter::ClampTap(v * height, height), out);
+    }
+};
+/// Nearest, clamped.
+template <int n> struct MapFilter_Closest_ClampB {
+    static constexpr bool samples = true;
+    static void Sample(const uint8_t* pixels, int32_t width, int32_t height, float u, float v, uint8_t* out) {
+        const int32_t x = std::clamp(static_cast<int32_t>(std::floor(u * width)), 0, width - 1);
+        const int32_t y = std::clamp(static_cast<int32_t>(std::floor(v * height)), 0, height - 1);
+        const uint8_t* p = pixels + (static_cast<int64_t>(y) * width + x) * n;
+        std::copy(p, p + n, out);
+    }
+};
+/// No sample: the constant colour, or an alpha of 255.
+struct MapFilter_DoNothingB {
+    static constexpr bool samples = false;
+    static void Sample(const uint8_t*, int32_t, int32_t, float, float, uint8_t*) {}
+};
+/// Bilinear on a plane of bytes at a position in its pixels; 0 outside the plane.
+struct MapFilter_Alpha_Linear_Clamp_ZeroOutOfRangeB {
+    static constexpr bool samples = true;
+    static uint8_t SampleAt(const uint8_t* pixels, int32_t width, int32_t height, float x, float y) {
+        if (!(x >= 0.0f && y >= 0.0f && x <= static_cast<float>(width) && y <= static_cast<float>(height)) || width <= 0 || height <= 0)
+            return 0;
+        uint8_t out;
+        QLM_Filter::Bilinear<1>(pixels, width, QLM_Filter::ClampTap(x, width), QLM_Filter::ClampTap(y, height), &out);
+        return out;
+    }
+};

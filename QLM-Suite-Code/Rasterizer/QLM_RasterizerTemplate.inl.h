@@ -1,0 +1,210 @@
+#pragma once
+// The one triangle rasterizer: a loop over pixels that are inside, with one small shader policy a pass.
+// Included only by the sources that fill the table of instances.
+
+#include "Math/QLM_MathTables.h"
+#include "Rasterizer/QLM_MapFilters.h"
+#include "Rasterizer/QLM_RasterizeOptions.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+/// Switches of an instance. Each pass has one word; a bit that is clear leaves its code out.
+enum QLM_RasterFlag : uint32_t {
+    eRaster_SourceAlpha = 1u << 8,     // sample the source's alpha
+    eRaster_VertexStrength = 1u << 9,  // alpha from vertex strength and overlay
+    eRaster_DepthTest = 1u << 12,      // take a pixel by depth and list order
+    eRaster_Gutter = 1u << 20,         // paint owned pixels beyond the edges
+};
+constexpr uint32_t QLM_RasterFlags_Paint = 0x52A3D9;
+constexpr uint32_t QLM_RasterFlags_Screen = 0x115C9;
+constexpr uint32_t QLM_RasterFlags_Grey = 0x81;
+
+/// Place of a triangle on the target: pixel centres at integers, gradients of the barycentrics.
+/// Every value at a pixel is computed from the vertices alone.
+class QLM_TriangleSetup {
+  public:
+    static constexpr float Tolerance = 0.0001f;
+
+    /// False for a triangle without area or outside the clipped target. `grow` widens the box on each side.
+    bool SetUp(const QLM_RasterizeOptions& o, bool fullBox, int grow) {
+        for (int i = 0; i < 3; ++i) {
+            const QLM_RasterizeVertex& v = o.vertex[i];
+            px[i] = (v.w == 1.0f ? v.x : v.x / v.w) - 0.5f;
+            py[i] = (v.w == 1.0f ? v.y : v.y / v.w) - 0.5f;
+        }
+        const float minX = std::min({px[0], px[1], px[2]}), maxX = std::max({px[0], px[1], px[2]});
+        const float minY = std::min({py[0], py[1], py[2]}), maxY = std::max({py[0], py[1], py[2]});
+        // Not a number, or so far off that integers would overflow.
+        if (!(minX > -1e8f && minY > -1e8f && maxX < 1e8f && maxY < 1e8f)) return false;
+        if (fullBox) {
+            x0 = static_cast<int>(std::floor(minX)) - grow;
+            y0 = static_cast<int>(std::floor(minY)) - grow;
+            x1 = static_cast<int>(std::ceil(maxX)) + grow;
+            y1 = static_cast<int>(std::ceil(maxY)) + grow;
+        } else {
+            // A pixel within the tolerance of the barycentrics lies at most 2 x 0.0001 of the extent beyond the box.
+            const float slackX = 0.001f * (maxX - minX) + 0.01f, slackY = 0.001f * (maxY - minY) + 0.01f;
+            x0 = static_cast<int>(std::ceil(minX - slackX));
+            y0 = static_cast<int>(std::ceil(minY - slackY));
+            x1 = static_cast<int>(std::floor(maxX + slackX));
+            y1 = static_cast<int>(std::floor(maxY + slackY));
+        }
+        x0 = std::max(x0, 0);
+        x1 = std::min(x1, static_cast<int>(o.targetWidth) - 1);
+        y0 = std::max({y0, 0, o.clipBegin});
+        y1 = std::min({y1, static_cast<int>(o.targetHeight) - 1, o.clipEnd - 1});
+        if (x0 > x1 || y0 > y1) return false;
+
+        const float ax = px[1] - px[0], ay = py[1] - py[0], bx = px[2] - px[0], by = py[2] - py[0];
+        const float det = ax * by - bx * ay;
+        if (std::fabs(det) <= 1e-30f) return false;
+        const float inverse = 1.0f / det;
+        if (!std::isfinite(inverse)) return false;
+        b1x = by * inverse;
+        b1y = -bx * inverse;
+        b2x = -ay * inverse;
+        b2y = ax * inverse;
+        return true;
+    }
+
+    /// Barycentrics of a pixel; true inside, edges included.
+    bool At(int x, int y, float& b1, float& b2) const {
+        const float dx = static_cast<float>(x) - px[0], dy = static_cast<float>(y) - py[0];
+        b1 = dx * b1x + dy * b1y;
+        b2 = dx * b2x + dy * b2y;
+        const float b0 = 1.0f - b1 - b2;
+        return b0 >= -Tolerance && b1 >= -Tolerance && b2 >= -Tolerance && b0 <= 1.0f + Tolerance && b1 <= 1.0f + Tolerance &&
+               b2 <= 1.0f + Tolerance;
+    }
+
+    /// Narrows [first, last] to where the row can be inside, with a pixel to spare on each side.
+    void ClipRow(int y, int& first, int& last) const {
+        const float dy = static_cast<float>(y) - py[0];
+        ClipTo(dy * b1y, b1x, first, last);
+        ClipTo(dy * b2y, b2x, first, last);
+        ClipTo(1.0f - dy * (b1y + b2y), -(b1x + b2x), first, last);
+    }
+
+    /// Distance of a pixel to the triangle, in pixels, for a pixel outside.
+    float Distance(int x, int y) const {
+        float nearest = 1e30f;
+        for (int i = 0; i < 3; ++i) {
+            const int j = i == 2 ? 0 : i + 1;
+            const float ex = px[j] - px[i], ey = py[j] - py[i];
+            const float dx = static_cast<float>(x) - px[i], dy = static_cast<float>(y) - py[i];
+            const float length2 = ex * ex + ey * ey;
+            const float t = length2 < 1.1920929e-7f ? 0.0f : std::clamp((dx * ex + dy * ey) / length2, 0.0f, 1.0f);
+            const float rx = dx - t * ex, ry = dy - t * ey;
+            nearest = std::min(nearest, rx * rx + ry * ry);
+        }
+        return std::sqrt(nearest);
+    }
+
+    int x0, y0, x1, y1; ///< box of pixels to visit, both ends included
+
+  private:
+    // The row holds b(x) = base + slope x (x - px[0]) >= -tolerance.
+    void ClipTo(float base, float slope, int& first, int& last) const {
+        if (std::fabs(slope) < 1e-12f) return;
+        const float x = px[0] - (base + Tolerance) / slope;
+        if (slope > 0) {
+            if (x > static_cast<float>(first)) first = x > static_cast<float>(last) + 1 ? last + 1 : std::max(first, static_cast<int>(x) - 1);
+        } else if (x < static_cast<float>(last)) {
+            last = x < static_cast<float>(first) - 1 ? first - 1 : std::min(last, static_cast<int>(x) + 2);
+        }
+    }
+
+    float px[3], py[3];
+    float b1x, b1y, b2x, b2y;
+};
+
+/// Base of the pixel policies.
+struct QLM_Shader {
+    static constexpr bool usesSource = false;
+};
+
+/// One triangle of one pass. ColorFilter samples the source picture, AlphaFilter its alpha (screen) or the overlay
+/// (paint); Sample is the type that colours are handed to the shader in.
+template <class Shader, class ColorFilter, class AlphaFilter, class Sample, uint32_t Flags>
+class QLM_RasterizerTemplateF : public Shader {
+  public:
+    static void RasterizeTriangle(QLM_RasterizeOptions& o) {
+        QLM_TriangleSetup setup;
+        const bool gutter = (Flags & eRaster_Gutter) && o.expandSeams;
+        if (!setup.SetUp(o, gutter, gutter ? 1 : 0)) return;
+        for (int y = setup.y0; y <= setup.y1; ++y) {
+            int first = setup.x0, last = setup.x1;
+            if (!gutter) setup.ClipRow(y, first, last);
+            bool wasInside = false;
+            for (int x = first; x <= last; ++x) {
+                float b1, b2;
+                const bool inside = setup.At(x, y, b1, b2);
+                const int64_t pixel = static_cast<int64_t>(y) * o.targetWidth + x;
+                if (!inside) {
+                    if (!gutter) {
+                        if (wasInside) break;
+                        continue;
+                    }
+                    if (o.overdrawPixels && o.overdrawPixels[pixel] == 255) continue;
+                    if (o.gutterOwner[pixel] != o.listIndex + 1) continue;
+                }
+                wasInside = wasInside || inside;
+                DrawPixel(o, pixel, b1, b2);
+            }
+        }
+    }
+
+  private:
+    static float Mix(float v0, float v1, float v2, float b1, float b2) { return v0 + b1 * (v1 - v0) + b2 * (v2 - v0); }
+
+    static void DrawPixel(QLM_RasterizeOptions& o, int64_t pixel, float b1, float b2) {
+        const QLM_RasterizeVertex* v = o.vertex;
+        if constexpr (Flags & eRaster_VertexStrength) {
+            const float ox = Mix(v[0].overlayX, v[1].overlayX, v[2].overlayX, b1, b2);
+            const float oy = Mix(v[0].overlayY, v[1].overlayY, v[2].overlayY, b1, b2);
+            const uint8_t overlay = AlphaFilter::SampleAt(o.overlayPixels, static_cast<int32_t>(o.overlayWidth), static_cast<int32_t>(o.overlayHeight), ox, oy);
+            if (overlay == 0) return;
+            float a = std::clamp(Mix(v[0].strength, v[1].strength, v[2].strength, b1, b2), 0.0f, 1.0f);
+            a = a * ByteToFloat[overlay] * o.strength;
+            if (a < 1.1920929e-7f) return;
+            Sample color[4] = {o.colorBytes[0], o.colorBytes[1], o.colorBytes[2], o.colorBytes[3]};
+            if (o.sourcePixels) {
+                uint8_t sampled[4];
+                ColorFilter::Sample(o.sourcePixels, static_cast<int32_t>(o.sourceWidth), static_cast<int32_t>(o.sourceHeight),
+                                    Mix(v[0].u, v[1].u, v[2].u, b1, b2), Mix(v[0].v, v[1].v, v[2].v, b1, b2), sampled);
+                std::copy(sampled, sampled + 4, color);
+                a *= ByteToFloat[sampled[3]];
+            }
+            const uint8_t alpha = QLM_ClampByte(static_cast<int>(a * 255.0f));
+            if (alpha == 0) return;
+            Shader::Write(o, pixel, color, alpha);
+        } else {
+            if constexpr (Flags & eRaster_DepthTest) {
+                const float depth = Mix(Depth(v[0]), Depth(v[1]), Depth(v[2]), b1, b2);
+                float& stored = o.depthBuffer[pixel];
+                uint32_t& owner = o.depthOwner[pixel];
+                if (!(depth > stored || (depth == stored && o.listIndex + 1 <= owner))) return;
+                stored = depth;
+                owner = o.listIndex + 1;
+            }
+            uint8_t color[4] = {o.colorBytes[0], o.colorBytes[1], o.colorBytes[2], 255};
+            if constexpr (ColorFilter::samples) {
+                const float u = Mix(v[0].u, v[1].u, v[2].u, b1, b2), w = Mix(v[0].v, v[1].v, v[2].v, b1, b2);
+                ColorFilter::Sample(o.sourcePixels, static_cast<int32_t>(o.sourceWidth), static_cast<int32_t>(o.sourceHeight), u, w, color);
+                if constexpr (Flags & eRaster_SourceAlpha)
+                    if (o.sourceMask)
+                        AlphaFilter::Sample(o.sourceMask, static_cast<int32_t>(o.sourceWidth), static_cast<int32_t>(o.sourceHeight), u, w, color + 3);
+            }
+            Shader::Write(o, pixel, color, Mix(v[0].light, v[1].light, v[2].light, b1, b2));
+        }
+        o.written = true;
+    }
+    static float Depth(const QLM_RasterizeVertex& v) { return v.w == 1.0f ? v.depth : v.depth / v.w; }
+};
+
+/// A paint pass: colour from a picture of four bytes a pixel with wrap, alpha from the overlay.
+template <class Shader, uint32_t Flags>
+using QLM_PaintRasterizer =
+    QLM_RasterizerTemplateF<Shader, MapFilter_Linear_RepeatB<4>, MapFilter_Alpha_Linear_Clamp_ZeroOutOfRangeB, uint8_t, Flags>;

@@ -1,0 +1,71 @@
+// Settings and options by their keys.
+
+#include "Engine/QLM_Engine.h"
+#include "FileInterchange/QLM_IOManager.h"
+#include "Rendering/QLM_CullingManager.h"
+#include "Script/QLM_ScriptState.h"
+#include "Tools/QLM_ToolManager.h"
+
+namespace {
+
+bool ParseSwitch(const std::string& text, bool& out) {
+    if (text == "on" || text == "1" || text == "true") out = true;
+    else if (text == "off" || text == "0" || text == "false") out = false;
+    else return false;
+    return true;
+}
+
+struct FloatOption {
+    const char* key;
+    float* value;
+    float minimum, maximum;
+};
+
+} // namespace
+
+bool QLM_SetScriptOption(const std::string& key, const std::string& value, std::string& error) {
+    QLM_Engine& engine = *QLM_GetEngine();
+    QLM_ToolManager& tools = *QLM_GetManagers().GetToolManager();
+    QLM_FadeByAngleManager& fade = *QLM_GetManagers().GetFadeByAngleManager();
+    const std::pair<const char*, bool*> switches[] = {
+        {"ContinuousZoom", &engine.continuousZoom},
+        {"TabletPressureVariesStrength", &engine.tabletPressureVariesStrength},
+        {"TabletPressureVariesPseudoSize", &engine.tabletPressureVariesPseudoSize},
+        {"TabletPressureVariesDensity", &engine.tabletPressureVariesDensity},
+        {"TabletPressureVariesHardness", &engine.tabletPressureVariesHardness},
+        {"SetMouseWheelVaryStrength", &engine.wheelFlags.varyStrength},
+        {"SetMouseWheelVarySize", &engine.wheelFlags.varySize},
+        {"SetMouseWheelVaryDensity", &engine.wheelFlags.varyDensity},
+        {"SetMouseWheelVaryHardness", &engine.wheelFlags.varyHardness},
+        {"SetMouseWheelNavZoom", &engine.wheelFlags.navZoom},
+        {"MirrorX", &tools.mirrorX},
+        {"MirrorY", &tools.mirrorY},
+        {"LockAlpha", &tools.lockAlpha},
+        {"SetAutoPressure", &tools.autoPressure},
+        {"doAngleFade", &fade.Enabled},
+    };
+    for (const auto& [name, target] : switches) {
+        if (key != name) continue;
+        if (ParseSwitch(value, *target)) return true;
+        error = "the option \"" + key + "\" is on or off, not \"" + value + "\"";
+        return false;
+    }
+    const FloatOption floats[] = {
+        {"TabletSensitivity", &engine.tabletSensitivity, 0.01f, 1.0f},
+        {"MouseWheelSensitivity", &engine.mouseWheelSensitivity, 0.0f, 1.0f},
+        {"TabletCutoff", &engine.tabletCutoff, 0.0f, 0.99f},
+        {"fadeFalloff", &fade.Falloff, 0.0f, 1.0f},
+        {"fadeCutoff", &fade.Cutoff, 0.0f, 1.0f},
+    };
+    for (const FloatOption& option : floats) {
+        if (key != option.key) continue;
+        double number;
+        if (QLM_ParseNumber(value, number) && number >= option.minimum && number <= option.maximum) {
+            *option.value = static_cast<float>(number);
+            return true;
+        }
+        error = "the option \"" + key + "\" is a number in its range, not \"" + value + "\"";
+        return false;
+    }
+    return QLM_GetManagers().GetIOManager()->SetOption(key, value, error);
+}

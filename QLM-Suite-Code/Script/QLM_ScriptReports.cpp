@@ -1,0 +1,217 @@
+// `report WHAT`: one JSON line for each item.
+
+#include "Commands/QLM_Commands.h"
+#include "Geometry/QLM_Mesh.h"
+#include "Geometry/QLM_Object.h"
+#include "Geometry/QLM_ObjectManager.h"
+#include "Maps/QLM_MapManager.h"
+#include "Maps/QLM_MaterialMapSource.h"
+#include "Math/QLM_Random.h"
+#include "Rendering/QLM_Viewport.h"
+#include "Rendering/QLM_ViewportManager.h"
+#include "Script/QLM_ScriptState.h"
+#include "Tools/QLM_ToolManager.h"
+#include "VirtualMemory/QLM_VirtualMemory.h"
+
+#include <cstring>
+
+namespace {
+
+/// One flat JSON object on a line.
+class JSONLine {
+  public:
+    explicit JSONLine(FILE* fileIn) : file(fileIn) { std::fputc('{', file); }
+    ~JSONLine() { std::fputs("}\n", file); }
+    JSONLine(const JSONLine&) = delete;
+    JSONLine& operator=(const JSONLine&) = delete;
+
+    JSONLine& Text(const char* key, const std::string& value) {
+        Key(key);
+        std::fputc('"', file);
+        for (const char c : value) {
+            if (c == '"' || c == '\\') std::fprintf(file, "\\%c", c);
+            else if (static_cast<unsigned char>(c) < 32) std::fprintf(file, "\\u%04x", static_cast<unsigned>(c));
+            else std::fputc(c, file);
+        }
+        std::fputc('"', file);
+        return *this;
+    }
+    JSONLine& Integer(const char* key, long long value) {
+        Key(key);
+        std::fprintf(file, "%lld", value);
+        return *this;
+    }
+    JSONLine& Number(const char* key, double value) {
+        Key(key);
+        std::fprintf(file, "%.9g", value);
+        return *this;
+    }
+    JSONLine& Flag(const char* key, bool value) {
+        Key(key);
+        std::fputs(value ? "true" : "false", file);
+        return *this;
+    }
+    JSONLine& Numbers(const char* key, const float* values, int count) {
+        Key(key);
+        for (int i = 0; i < count; ++i) std::fprintf(file, "%s%.9g", i ? ", " : "[", values[i]);
+        std::fputc(']', file);
+        return *this;
+    }
+    JSONLine& Hash(const char* key, uint64_t value) {
+        Key(key);
+        std::fprintf(file, "\"%016llx\"", static_cast<unsigned long long>(value));
+        return *this;
+    }
+
+  private:
+    void Key(const char* key) {
+        std::fprintf(file, "%s\"%s\": ", first ? "" : ", ", key);
+        first = false;
+    }
+    FILE* file;
+    bool first = true;
+};
+
+void ReportObjects(FILE* out) {
+    QLM_ObjectManager* manager = QLM_GetManagers().GetObjectManager();
+    for (auto objects = manager->GetObjects(false); !objects.IsEmpty(); objects.Pop()) {
+        QLM_Object* object = objects;
+        QLM_Mesh* mesh = object->GetMesh();
+        if (!mesh) continue;
+        JSONLine(out).Text("object", object->GetName()).Integer("vertices", mesh->GetVCount()).Integer("texture_vertices", mesh->GetVTCount())
+            .Integer("polygons", mesh->GetPCount()).Numbers("bounds_min", mesh->BoundsMin, 3).Numbers("bounds_max", mesh->BoundsMax, 3)
+            .Text("file", object->GetFilePath()).Flag("current", manager->GetCurrentObject() == object).Flag("visible", !object->IsHidden());
+    }
+}
+
+uint64_t HashPolygons(const QLM_Mesh& mesh) {
+    uint64_t hash = QLM_HashStart;
+    for (int p = 0; p < mesh.GetPCount(); ++p) {
+        const QLM_Polygon& polygon = mesh.GetPolygon(p);
+        const int32_t count = polygon.count;
+        hash = QLM_Hash(&count, sizeof count, hash);
+        for (int i = 0; i < count; ++i) hash = QLM_Hash(&polygon.corners[i].vertex, 2 * sizeof(int32_t), hash);
+    }
+    return hash;
+}
+
+void ReportMesh(FILE* out, QLM_Object* object) {
+    QLM_Mesh* mesh = object->GetMesh();
+    long long openEdges = 0, openVertices = 0, seamVertices = 0;
+    mesh->ForEachEdge([&](const QLM_EdgeRecord& edge) { openEdges += edge.Polygon2 == -1; });
+    for (int v = 0; v < mesh->GetVCount(); ++v) {
+        openVertices += mesh->HasVertexFlag(v, eVFlag_OpenEdge);
+        seamVertices += mesh->HasVertexFlag(v, eVFlag_UVSeam);
+    }
+    const uint64_t bytes = static_cast<uint64_t>(mesh->GetVCount()) * 12;
+    JSONLine(out).Text("mesh", object->GetName()).Integer("vertices", mesh->GetVCount()).Integer("texture_vertices", mesh->GetVTCount())
+        .Integer("polygons", mesh->GetPCount()).Integer("edges", mesh->GetEdgeCount()).Integer("open_edges", openEdges)
+        .Integer("open_vertices", openVertices).Integer("seam_vertices", seamVertices).Integer("materials", mesh->GetMaterialCount())
+        .Integer("groups", mesh->QLM_MeshGroupContainer::GetGroupCount()).Hash("vertex_hash", QLM_Hash(mesh->Vertices.GetData(), bytes))
+        .Hash("resolved_hash", QLM_Hash(mesh->ResolvedVertices.GetData(), bytes))
+        .Hash("normal_hash", QLM_Hash(mesh->VertexNormals.GetData(), bytes)).Hash("polygon_hash", HashPolygons(*mesh));
+}
+
+void ReportMaps(FILE* out) {
+    for (auto maps = QLM_GetManagers().GetMapManager()->GetMaps(); !maps.IsEmpty(); maps.Pop()) {
+        QLM_MaterialMapSource* map = maps;
+        map->ResolveMapLayer(true);
+        uint64_t hash = QLM_HashStart;
+        if (const uint8_t* pixels = map->GetPixels()) hash = QLM_Hash(pixels, map->GetByteCount(), hash);
+        if (map->HasMaskSameSize())
+            if (const uint8_t* mask = map->GetMaskPixels()) hash = QLM_Hash(mask, map->Mask.GetByteCount(), hash);
+        JSONLine(out).Text("map", map->GetName()).Integer("width", map->GetWidth()).Integer("height", map->GetHeight()).Integer("layers", 0)
+            .Text("file", map->GetMapFileName()).Hash("hash", hash);
+    }
+}
+
+void ReportMaterials(FILE* out) {
+    for (auto objects = QLM_GetManagers().GetObjectManager()->GetObjects(false); !objects.IsEmpty(); objects.Pop()) {
+        QLM_Object* object = objects;
+        QLM_Mesh* mesh = object->GetMesh();
+        if (!mesh) continue;
+        std::vector<long long> polygons(static_cast<size_t>(mesh->GetMaterialCount()), 0);
+        for (int p = 0; p < mesh->GetPCount(); ++p)
+            if (const size_t material = mesh->GetPolygon(p).material; material < polygons.size()) ++polygons[material];
+        for (int m = 0; m < mesh->GetMaterialCount(); ++m) {
+            QLM_Material* material = mesh->GetMaterials()[static_cast<size_t>(m)];
+            JSONLine(out).Text("material", material->GetName()).Text("object", object->GetName()).Integer("polygons", polygons[static_cast<size_t>(m)]);
+            for (QLM_MaterialChannel* channel : material->channels) {
+                const QLM_MaterialMapSource* map = QLM_GetChannelMap(mesh->GetMapList(), channel);
+                JSONLine(out).Text("material", material->GetName()).Text("channel", channel->GetName()).Number("strength", channel->Strength)
+                    .Number("offset", channel->Offset).Numbers("color", channel->Color, 3).Text("map", map ? map->GetName() : "");
+            }
+        }
+    }
+}
+
+void ReportTools(FILE* out) {
+    QLM_ToolManager* manager = QLM_GetManagers().GetToolManager();
+    for (const QLM_ToolList* list : manager->GetLists())
+        for (QLM_Tool* tool : *list)
+            if (tool)
+                JSONLine(out).Text("tool", manager->GetToolName(tool)).Text("list", list->GetName()).Flag("current", tool == manager->GetCurrentTool());
+    if (QLM_Tool* tool = manager->GetCurrentTool())
+        for (const QLM_Parameter* parameter : tool->Parameters)
+            JSONLine(out).Text("parameter", parameter->GetName()).Text("value", parameter->GetValueText()).Number("minimum", parameter->Minimum)
+                .Number("maximum", parameter->Maximum);
+}
+
+void ReportViewports(FILE* out) {
+    for (int i = 0; i < 4; ++i) {
+        const QLM_Viewport* v = QLM_GetManagers().GetViewportManager()->GetViewport(i);
+        JSONLine(out).Integer("viewport", i).Integer("x", v->x).Integer("y", v->y).Integer("width", v->width).Integer("height", v->height)
+            .Flag("shown", v->IsShown()).Number("zoom", v->GetZoom()).Numbers("look_at", v->GetLookAt(), 3)
+            .Numbers("rotation", v->GetRotationMatrix(), 16).Integer("mode", v->DisplayMode).Text("channel", v->MaterialChannelName);
+    }
+}
+
+void ReportCommands(FILE* out) {
+    for (const auto& [name, command] : QLM_CommandTable::Get().GetCommands())
+        JSONLine(out).Text("name", name).Integer("controls", command.controls).Flag("acts", static_cast<bool>(command.run));
+}
+
+/// A "VmRSS:  1234 kB" line of the process's status.
+long long StatusBytes(const char* key) {
+    FILE* file = std::fopen("/proc/self/status", "r");
+    if (!file) return 0;
+    char line[256];
+    long long kilobytes = 0;
+    while (std::fgets(line, sizeof line, file))
+        if (std::strncmp(line, key, std::strlen(key)) == 0) std::sscanf(line + std::strlen(key), "%lld", &kilobytes);
+    std::fclose(file);
+    return kilobytes * 1024;
+}
+
+bool Report(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& error) {
+    const std::string& what = words[1];
+    if (what == "mesh") {
+        QLM_Object* object = words.size() == 3 ? QLM_FindScriptObject(words[2], error) : nullptr;
+        if (words.size() != 3) error = "report mesh takes the name of an object";
+        if (!object) return false;
+        ReportMesh(state.reports, object);
+        return true;
+    }
+    if (words.size() != 2) {
+        error = "report " + what + " takes no name";
+        return false;
+    }
+    if (what == "objects") ReportObjects(state.reports);
+    else if (what == "maps") ReportMaps(state.reports);
+    else if (what == "materials") ReportMaterials(state.reports);
+    else if (what == "tools") ReportTools(state.reports);
+    else if (what == "viewports") ReportViewports(state.reports);
+    else if (what == "commands") ReportCommands(state.reports);
+    else if (what == "memory")
+        JSONLine(state.reports).Integer("resident_bytes", StatusBytes("VmRSS:")).Integer("peak_bytes", StatusBytes("VmHWM:"))
+            .Integer("parked_bytes", static_cast<long long>(QLM_VirtualMemory_StoredBytes()));
+    else {
+        error = "report takes objects, mesh NAME, maps, materials, tools, viewports, commands or memory, not \"" + what + "\"";
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+void QLM_AddReportStatement(QLM_ScriptTable& table) { table["report"] = {1, 2, Report}; }

@@ -1,0 +1,238 @@
+#!/usr/bin/env python3
+"""Writes the small pictures that the image tests and the fuzzer start from: make_pictures.py FOLDER
+
+Written from the formats' descriptions with zlib alone, so that no image library checks itself. ImageLoaderTest.cpp
+states the same pixels: 7 x 5, at x, y from the top (40 x, 60 y, 20 (x + y)), alpha 36 x + y, levels (x + 2 y) mod n.
+"""
+import os
+import struct
+import sys
+import zlib
+
+W, H = 7, 5
+ALL = [(x, y) for y in range(H) for x in range(W)]
+
+
+def rgb(x, y):
+    return [40 * x, 60 * y, 20 * (x + y)]
+
+
+def rgba(x, y):
+    return rgb(x, y) + [36 * x + y]
+
+
+def level(bits):
+    return lambda x, y: [(x + 2 * y) % (1 << bits)]
+
+
+def pack(samples, bits):
+    """Samples of a row, most significant bit first, filled up to a byte."""
+    if bits == 16:
+        return b"".join(struct.pack(">H", s) for s in samples)
+    text = "".join(format(s, "0%db" % bits) for s in samples)
+    text += "0" * (-len(text) % 8)
+    return bytes(int(text[i:i + 8], 2) for i in range(0, len(text), 8))
+
+
+# --------------------------------------------------------------------------------------------------------------- PNG
+
+ADAM7 = ((0, 0, 8, 8), (4, 0, 8, 8), (0, 4, 4, 8), (2, 0, 4, 4), (0, 2, 2, 4), (1, 0, 2, 2), (0, 1, 1, 2))
+
+
+def chunk(kind, data):
+    return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+
+def png(pixel, bits, color, extra=b"", interlaced=False, size=(W, H)):
+    passes = ADAM7 if interlaced else ((0, 0, 1, 1),)
+    data = b""
+    for x0, y0, dx, dy in passes:
+        for y in range(y0, H, dy):
+            row = [s for x in range(x0, W, dx) for s in pixel(x, y)]
+            if row:
+                data += b"\0" + pack(row, bits)
+    header = struct.pack(">IIBBBBB", size[0], size[1], bits, color, 0, 0, int(interlaced))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + extra + chunk(b"IDAT", zlib.compress(data))
+            + chunk(b"IEND", b""))
+
+
+def wide(pixel):
+    """16 bits with a low byte that rounding would carry upwards."""
+    return lambda x, y: [s * 256 + 250 for s in pixel(x, y)]
+
+
+PALETTE = bytes(v for i in range(16) for v in (i * 16, 255 - i * 10, i * 7))
+
+
+# -------------------------------------------------------------------------------------------------------------- JPEG
+
+def jpeg(blocks, marker=b"", components=1):
+    """Blocks of 8 x 8 in a row, each of one colour: only their mean is coded. All divisors are 1."""
+    def segment(code, data):
+        return bytes((0xFF, code)) + struct.pack(">H", len(data) + 2) + data
+
+    bits = ""
+    last = [0] * components
+    for block in blocks:
+        for c in range(components):
+            value = (block[c] - 128) * 8
+            difference, last[c] = value - last[c], value
+            size = abs(difference).bit_length()
+            bits += format(size, "04b")
+            if size:
+                bits += format(difference if difference > 0 else difference + (1 << size) - 1, "0%db" % size)
+            bits += "0"  # end of block
+    bits += "1" * (-len(bits) % 8)
+    scan = bytes(int(bits[i:i + 8], 2) for i in range(0, len(bits), 8)).replace(b"\xff", b"\xff\0")
+    ids = range(1, components + 1)
+    return (b"\xff\xd8" + marker + segment(0xDB, b"\0" + b"\1" * 64)
+            + segment(0xC0, struct.pack(">BHHB", 8, 8, 8 * len(blocks), components)
+                      + b"".join(bytes((i, 0x11, 0)) for i in ids))
+            + segment(0xC4, b"\0" + bytes((0, 0, 0, 12) + (0,) * 12) + bytes(range(12)))
+            + segment(0xC4, b"\x10" + bytes((1,) + (0,) * 15) + b"\0")
+            + segment(0xDA, bytes((components,)) + b"".join(bytes((i, 0)) for i in ids) + b"\0\x3f\0")
+            + scan + b"\xff\xd9")
+
+
+ADOBE = b"\xff\xee\0\x0eAdobe\0\x64\0\0\0\0\0"  # no transform: the components are the colours
+
+
+# -------------------------------------------------------------------------------------------------------------- TIFF
+
+def lzw(data):
+    """Literals alone, with a clear code before the codes grow."""
+    bits = ""
+    for i, byte in enumerate(data):
+        if i % 200 == 0:
+            bits += format(256, "09b")
+        bits += format(byte, "09b")
+    bits += format(257, "09b")
+    bits += "0" * (-len(bits) % 8)
+    return bytes(int(bits[i:i + 8], 2) for i in range(0, len(bits), 8))
+
+
+def tiff(pixel, bits, photometric, samples, packed=None, code=1, extra=(), tile=0, big_endian=False, colormap=()):
+    order = ">" if big_endian else "<"
+
+    def raw(xs, ys):
+        out = b""
+        for y in ys:
+            row = [s for x in xs for s in (pixel(x, y) if x < W and y < H else [0] * samples)]
+            out += b"".join(struct.pack(order + "H", s) for s in row) if bits == 16 else pack(row, bits)
+        return (packed or (lambda d: d))(out)
+
+    if tile:
+        blocks = [raw(range(x, x + tile), range(y, y + tile)) for y in range(0, H, tile) for x in range(0, W, tile)]
+    else:
+        blocks = [raw(range(W), range(y, min(H, y + 2))) for y in range(0, H, 2)]
+    tags = [(256, 4, [W]), (257, 4, [H]), (258, 3, [bits] * samples), (259, 3, [code]), (262, 3, [photometric]),
+            (277, 3, [samples])]
+    if not tile:
+        tags += [(273, 4, None), (278, 4, [2]), (279, 4, [len(b) for b in blocks])]
+    else:
+        tags += [(322, 4, [tile]), (323, 4, [tile]), (324, 4, None), (325, 4, [len(b) for b in blocks])]
+    if extra:
+        tags.append((338, 3, list(extra)))
+    if colormap:
+        tags.append((320, 3, list(colormap)))
+    tags.sort(key=lambda t: t[0])
+
+    offsets, at = [], 8
+    for block in blocks:
+        offsets.append(at)
+        at += len(block)
+    body = b"".join(blocks)
+    directory, behind = b"", b""
+    behind_at = at + 2 + 12 * len(tags) + 4
+    for tag, kind, values in tags:
+        values = offsets if values is None else values
+        data = b"".join(struct.pack(order + ("H" if kind == 3 else "I"), v) for v in values)
+        if len(data) > 4:
+            directory += struct.pack(order + "HHII", tag, kind, len(values), behind_at + len(behind))
+            behind += data
+        else:
+            directory += struct.pack(order + "HHI", tag, kind, len(values)) + data.ljust(4, b"\0")
+    return ((b"MM\0*" if big_endian else b"II*\0") + struct.pack(order + "I", at) + body
+            + struct.pack(order + "H", len(tags)) + directory + bytes(4) + behind)
+
+
+# ------------------------------------------------------------------------------------------------------------ others
+
+def bmp():
+    rows = b"".join(bytes(v for x in range(W) for v in reversed(rgb(x, y))) + bytes(-W * 3 % 4) for y in reversed(range(H)))
+    return (b"BM" + struct.pack("<IHHI", 54 + len(rows), 0, 0, 54)
+            + struct.pack("<IiiHHIIiiII", 40, W, H, 1, 24, 0, len(rows), 2835, 2835, 0, 0) + rows)
+
+
+def tga():
+    rows = b"".join(bytes((p[2], p[1], p[0], p[3])) for y in reversed(range(H)) for p in (rgba(x, y) for x in range(W)))
+    return struct.pack("<BBBHHBHHHHBB", 0, 0, 2, 0, 0, 0, 0, 0, W, H, 32, 8) + rows
+
+
+def gif():
+    """Four colours, the third transparent; a clear code before each two pixels keeps the codes at three bits."""
+    bits = []
+    for i, (x, y) in enumerate(ALL):
+        if i % 2 == 0:
+            bits.append(4)
+        bits.append(level(2)(x, y)[0])
+    bits.append(5)
+    number, length = 0, 0
+    for code in bits:
+        number |= code << length
+        length += 3
+    data = number.to_bytes((length + 7) // 8, "little")
+    return (b"GIF89a" + struct.pack("<HHBBB", W, H, 0x81, 0, 0) + PALETTE[:12] + b"\x21\xf9\4\1\0\0\2\0"
+            + b"\x2c" + struct.pack("<HHHHB", 0, 0, W, H, 0) + b"\2" + bytes((len(data),)) + data + b"\0\x3b")
+
+
+def pictures():
+    for bits in (1, 2, 4):
+        yield "grey%d.png" % bits, png(level(bits), bits, 0)
+        yield "palette%d.png" % bits, png(level(bits), bits, 3, chunk(b"PLTE", PALETTE[:3 << bits]))
+    yield "grey8.png", png(lambda x, y: [rgb(x, y)[0]], 8, 0)
+    yield "grey16.png", png(wide(lambda x, y: [rgb(x, y)[0]]), 16, 0)
+    yield "greyalpha8.png", png(lambda x, y: [rgb(x, y)[0], rgba(x, y)[3]], 8, 4)
+    yield "palettealpha4.png", png(level(4), 4, 3, chunk(b"PLTE", PALETTE) + chunk(b"tRNS", bytes((0, 100, 200))))
+    yield "rgb8.png", png(rgb, 8, 2)
+    yield "rgbkey8.png", png(rgb, 8, 2, chunk(b"tRNS", struct.pack(">HHH", *rgb(3, 2))))
+    yield "rgb16.png", png(wide(rgb), 16, 2)
+    yield "rgba8.png", png(rgba, 8, 6)
+    yield "rgba16.png", png(wide(rgba), 16, 6)
+    yield "interlaced8.png", png(rgba, 8, 6, interlaced=True)
+    yield "interlaced1.png", png(level(1), 1, 0, interlaced=True)
+    yield "huge.png", png(rgb, 8, 2, size=(100000, 100000))
+    yield "hollow.png", png(rgb, 8, 2, size=(30000, 30000))
+
+    yield "grey.jpg", jpeg([[10], [200]])
+    yield "rgb.jpg", jpeg([[10, 200, 90], [250, 0, 128]], ADOBE, 3)
+    yield "ycc.jpg", jpeg([[100, 128, 128], [150, 100, 180]], components=3)
+    yield "cmyk.jpg", jpeg([[200, 100, 50, 255], [200, 100, 50, 128]], ADOBE, 4)
+
+    cmyk = lambda x, y: rgb(x, y) + [10 * x]
+    yield "rgb8.tif", tiff(rgb, 8, 2, 3)
+    yield "rgb16.tif", tiff(wide(rgb), 16, 2, 3, big_endian=True)
+    yield "rgba8-lzw.tif", tiff(rgba, 8, 2, 4, lzw, 5, extra=[2])
+    yield "rgba8-tiles.tif", tiff(rgba, 8, 2, 4, zlib.compress, 8, extra=[2], tile=16)
+    yield "grey16-tiles.tif", tiff(wide(lambda x, y: [rgb(x, y)[0]]), 16, 1, 1, tile=16)
+    yield "white1.tif", tiff(level(1), 1, 0, 1)
+    yield "palette4.tif", tiff(level(4), 4, 3, 1, colormap=[PALETTE[3 * i + c] * 257 for c in range(3) for i in range(16)])
+    yield "cmyk8.tif", tiff(cmyk, 8, 5, 4)
+
+    yield "rgb.bmp", bmp()
+    yield "rgba.tga", tga()
+    yield "key.gif", gif()
+    yield "rgb.ppm", b"P6\n7 5\n255\n" + bytes(v for x, y in ALL for v in rgb(x, y))
+
+
+def main():
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    os.makedirs(sys.argv[1], exist_ok=True)
+    for name, data in pictures():
+        with open(os.path.join(sys.argv[1], name), "wb") as file:
+            file.write(data)
+
+
+if __name__ == "__main__":
+    main()
