@@ -25,7 +25,8 @@ std::atomic<uint32_t> displayListGeneration{1};
 bool DriverCompresses() {
     static const bool compresses = [] {
         const auto* renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
-        return renderer && !strstr(renderer, "llvmpipe") && !strstr(renderer, "softpipe") && !strstr(renderer, "swrast");
+        return renderer && !strstr(renderer, "llvmpipe") && !strstr(renderer, "softpipe") &&
+               !strstr(renderer, "swrast");
     }();
     return compresses;
 }
@@ -102,11 +103,13 @@ void QLM_GL_Texture::Set() {
     const uint32_t uploadW = PadToPowerOfTwo ? std::bit_ceil(Width) : Width;
     const uint32_t uploadH = PadToPowerOfTwo ? std::bit_ceil(Height) : Height;
     std::vector<uint8_t> padded;
-    if (uploadW != Width || uploadH != Height) padded = PadBlock(Pixels, Width, Height, uploadW, uploadH, HasAlpha ? 4 : 3);
+    if (uploadW != Width || uploadH != Height)
+        padded = PadBlock(Pixels, Width, Height, uploadW, uploadH, HasAlpha ? 4 : 3);
     const uint8_t* block = padded.empty() ? Pixels.data() : padded.data();
     if (HasAlpha) {
         SetParameters(Filter);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, GLsizei(uploadW), GLsizei(uploadH), 0, GL_RGBA, GL_UNSIGNED_BYTE, block);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, GLsizei(uploadW), GLsizei(uploadH), 0, GL_RGBA, GL_UNSIGNED_BYTE,
+                     block);
     } else QLM_GL_SetActualTexture(block, uploadW, uploadH, Filter, false, false);
 }
 
@@ -141,7 +144,8 @@ QLM_GL_Texture* QLM_GL_FindTexture(const std::string& name) {
     return found == textures->end() ? nullptr : *found;
 }
 
-void QLM_GL_SetActualTexture(const uint8_t* pixels, uint32_t width, uint32_t height, uint32_t filter, bool grey, bool compress) {
+void QLM_GL_SetActualTexture(const uint8_t* pixels, uint32_t width, uint32_t height, uint32_t filter, bool grey,
+                             bool compress) {
     if (!QLM_GL_IsAvailable()) return;
     std::vector<uint8_t> tripled;
     if (grey) {

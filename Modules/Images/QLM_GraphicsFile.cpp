@@ -67,7 +67,8 @@ void LoadRecord(const Record& record) {
     std::string error;
     if (WriteBytes(temporary, record.bytes, record.size) && QLM_LoadImage(temporary, image, error)) {
         // The table owns it from here.
-        new QLM_GL_Texture(InterleaveRGBA(image).data(), QLM_StemOf(record.name).c_str(), image.width, image.height, true);
+        new QLM_GL_Texture(InterleaveRGBA(image).data(), QLM_StemOf(record.name).c_str(), image.width, image.height,
+                           true);
     } else QLM_Log("The picture %s of the graphics file cannot be loaded", record.name);
     QLM_DeleteFile(temporary);
 }

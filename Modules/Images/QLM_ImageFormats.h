@@ -56,7 +56,7 @@ bool QLM_ReadJPEG(QLM_ImageSource& source, QLM_ImageSink* sink);
 bool QLM_ReadTIFF(QLM_ImageSource& source, QLM_ImageSink* sink);
 /// The first picture of the file. The toolkit's own reader walks out of its tables on damaged codes.
 bool QLM_ReadGIF(QLM_ImageSource& source, QLM_ImageSink* sink);
-/// The formats of the toolkit: BMP, TGA, PCX, PNM, XPM.
+/// The formats of the toolkit: BMP, TGA and binary PNM, each checked whole before the toolkit sees it.
 bool QLM_ReadWithToolkit(QLM_ImageSource& source, QLM_ImageSink* sink);
 
 // Writers take blocks with row 0 at the bottom, `channels` 3 or 4. False when the file can't be written.

@@ -31,7 +31,8 @@ struct ErrorManager {
     longjmp(errors->jump, 1);
 }
 
-/// Only a missing end is worth a refusal: the rest of the picture would be grey. Other warnings lose nothing that shows.
+/// Only a missing end is worth a refusal: the rest of the picture would be grey. Other warnings lose nothing that
+/// shows.
 void OnWarning(j_common_ptr common, int level) {
     if (level < 0 && common->err->msg_code == JWRN_JPEG_EOF)
         reinterpret_cast<ErrorManager*>(common->err)->endedEarly = true;
@@ -39,7 +40,8 @@ void OnWarning(j_common_ptr common, int level) {
 void OnOutput(j_common_ptr) {}
 
 void OnProgress(j_common_ptr common) {
-    if (!common->is_decompressor || reinterpret_cast<j_decompress_ptr>(common)->input_scan_number <= maximumScans) return;
+    if (!common->is_decompressor || reinterpret_cast<j_decompress_ptr>(common)->input_scan_number <= maximumScans)
+        return;
     auto* errors = reinterpret_cast<ErrorManager*>(common->err);
     strcpy(errors->text, "it has too many scans");
     longjmp(errors->jump, 1);

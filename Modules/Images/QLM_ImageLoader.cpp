@@ -112,14 +112,16 @@ bool ReadSource(QLM_ImageSource& source, QLM_ImageSink* sink) {
     source.info.kind = KindOfSignature(signature, count);
     try {
         switch (source.info.kind) {
-        case QLM_ImageInfo::Kind::PNG: return QLM_ReadPNG(source, sink);
-        case QLM_ImageInfo::Kind::JPEG: return QLM_ReadJPEG(source, sink);
-        case QLM_ImageInfo::Kind::TIFF: return QLM_ReadTIFF(source, sink);
-        default: return memcmp(signature, "GIF8", 4) == 0 ? QLM_ReadGIF(source, sink) : QLM_ReadWithToolkit(source, sink);
+        case QLM_ImageInfo::Kind::PNG:
+            return QLM_ReadPNG(source, sink);
+        case QLM_ImageInfo::Kind::JPEG:
+            return QLM_ReadJPEG(source, sink);
+        case QLM_ImageInfo::Kind::TIFF:
+            return QLM_ReadTIFF(source, sink);
+        default:
+            return memcmp(signature, "GIF8", 4) == 0 ? QLM_ReadGIF(source, sink) : QLM_ReadWithToolkit(source, sink);
         }
-    } catch (const std::bad_alloc&) {
-        return source.Fail(QLM_ImageText_NoMemory);
-    }
+    } catch (const std::bad_alloc&) { return source.Fail(QLM_ImageText_NoMemory); }
 }
 
 /// Opens the file and reads it; `error` becomes one line that names the file.
@@ -194,7 +196,7 @@ bool WriteFormat(FILE* file, const std::string& extension, const uint8_t* pixels
 bool SaveMapToFile(const std::string& path, const uint8_t* pixels, uint32_t width, uint32_t height, bool hasAlpha,
                    std::string& error, std::string* notice) {
     QLM_TRACE(2);
-    static const char* const known[] = {"png", "tif", "tiff", "jpg", "jpeg", "tga", "bmp", "pcx", "pnm", "ppm"};
+    static const char* const known[] = {"png", "tif", "tiff", "jpg", "jpeg", "tga", "bmp", "pnm", "ppm"};
     static const char* const withAlpha[] = {"png", "tif", "tiff", "tga"};
     const auto contains = [](const auto& list, const std::string& word) {
         return std::find(std::begin(list), std::end(list), word) != std::end(list);
@@ -219,8 +221,6 @@ bool SaveMapToFile(const std::string& path, const uint8_t* pixels, uint32_t widt
         if (!WriteFormat(writer.GetStream(), extension, block, width, height, channels) || !writer.Commit())
             return fail("the file cannot be written");
         if (dropsAlpha && notice) *notice = path + ": the alpha was left out, as this format has none";
-    } catch (const std::bad_alloc&) {
-        return fail(QLM_ImageText_NoMemory);
-    }
+    } catch (const std::bad_alloc&) { return fail(QLM_ImageText_NoMemory); }
     return true;
 }

@@ -234,8 +234,9 @@ bool Writer::Write() {
         };
         if (bands.size() == 1 || QLM_IsInsideCrunch()) pack(0, int(bands.size()));
         else
-            QLM_ThreadCrunch(int64_t(bands.size()), [&](const ThreadCrunchRange& range) { pack(range.start, range.end); },
-                             "PackPNGBands");
+            QLM_ThreadCrunch(
+                int64_t(bands.size()), [&](const ThreadCrunchRange& range) { pack(range.start, range.end); },
+                "PackPNGBands");
         for (const Band& band : bands) {
             if (!band.good || !WriteChunk("IDAT", band.packed.data(), band.packed.size())) return false;
             checksum = adler32_combine(checksum, band.checksum, z_off_t(band.rawBytes));

@@ -13,8 +13,9 @@ template <class Body> void ForRows(uint32_t width, uint32_t height, const Body& 
     constexpr uint64_t worthThreads = 64 * 1024;
     if (uint64_t(width) * height < worthThreads || QLM_IsInsideCrunch()) body(0u, height);
     else
-        QLM_ThreadCrunch(height, [&](const ThreadCrunchRange& range) { body(uint32_t(range.start), uint32_t(range.end)); },
-                         "ResizeImage");
+        QLM_ThreadCrunch(
+            height, [&](const ThreadCrunchRange& range) { body(uint32_t(range.start), uint32_t(range.end)); },
+            "ResizeImage");
 }
 
 /// Where a destination column or row reads: two neighbours and the way between them.
@@ -48,7 +49,8 @@ void ResizeBilinear(uint8_t* dst, uint32_t dstW, uint32_t dstH, const uint8_t* s
                 const uint8_t *a = low + column.low * depth, *b = low + column.high * depth;
                 const uint8_t *c = high + column.low * depth, *d = high + column.high * depth;
                 for (int i = 0; i < depth; i++)
-                    *out++ = uint8_t(Mix(Mix(a[i], b[i], column.fraction), Mix(c[i], d[i], column.fraction), rows[y].fraction));
+                    *out++ = uint8_t(
+                        Mix(Mix(a[i], b[i], column.fraction), Mix(c[i], d[i], column.fraction), rows[y].fraction));
             }
         }
     });
@@ -80,16 +82,25 @@ size_t FloatSource(uint32_t i, uint32_t dstSize, uint32_t srcSize) {
 /// Calls `resize` with the depth as a constant; logs and answers false for a depth that no map has.
 template <class Resize> bool ForDepth(int depth, const char* function, const Resize& resize) {
     switch (depth) {
-    case 1: resize(std::integral_constant<int, 1>()); return true;
-    case 3: resize(std::integral_constant<int, 3>()); return true;
-    case 4: resize(std::integral_constant<int, 4>()); return true;
-    default: QLM_Log("The color depth %d is not supported by %s()", depth, function); return false;
+    case 1:
+        resize(std::integral_constant<int, 1>());
+        return true;
+    case 3:
+        resize(std::integral_constant<int, 3>());
+        return true;
+    case 4:
+        resize(std::integral_constant<int, 4>());
+        return true;
+    default:
+        QLM_Log("The color depth %d is not supported by %s()", depth, function);
+        return false;
     }
 }
 
 } // namespace
 
-bool ResizeImage(uint8_t* dst, uint32_t dstW, uint32_t dstH, const uint8_t* src, uint32_t srcW, uint32_t srcH, int depth) {
+bool ResizeImage(uint8_t* dst, uint32_t dstW, uint32_t dstH, const uint8_t* src, uint32_t srcW, uint32_t srcH,
+                 int depth) {
     return ForDepth(depth, "ResizeImage", [&](auto d) {
         if (srcW > 0 && srcH > 0) ResizeBilinear<d()>(dst, dstW, dstH, src, srcW, srcH);
     });

@@ -55,8 +55,8 @@ Handle Open(FILE* file, const char* mode, uint64_t memoryLimit, std::string& com
     TIFFOpenOptionsSetMaxSingleMemAlloc(options, tmsize_t(memoryLimit));
     TIFFOpenOptionsSetErrorHandlerExtR(options, OnError, &complaint);
     TIFFOpenOptionsSetWarningHandlerExtR(options, OnWarning, nullptr);
-    Handle tiff(TIFFClientOpenExt("picture", mode, file, OnRead, OnWrite, OnSeek, OnClose, OnSize, nullptr, nullptr,
-                                  options));
+    Handle tiff(
+        TIFFClientOpenExt("picture", mode, file, OnRead, OnWrite, OnSeek, OnClose, OnSize, nullptr, nullptr, options));
     TIFFOpenOptionsFree(options);
     return tiff;
 }
@@ -66,14 +66,20 @@ Handle Open(FILE* file, const char* mode, uint64_t memoryLimit, std::string& com
 /// The most that a byte of packed data can stand for.
 uint64_t PackingRatio(uint16_t compression) {
     switch (compression) {
-    case COMPRESSION_NONE: return 1;
-    case COMPRESSION_PACKBITS: return 64;
-    case COMPRESSION_LZW: return 4096;
+    case COMPRESSION_NONE:
+        return 1;
+    case COMPRESSION_PACKBITS:
+        return 64;
+    case COMPRESSION_LZW:
+        return 4096;
     case COMPRESSION_ADOBE_DEFLATE:
-    case COMPRESSION_DEFLATE: return 1032;
+    case COMPRESSION_DEFLATE:
+        return 1032;
     case COMPRESSION_JPEG:
-    case COMPRESSION_OJPEG: return 512 * 4;
-    default: return 65536; // fax lines, LZMA, ZSTD: a bit or four bytes may stand for a whole line or block
+    case COMPRESSION_OJPEG:
+        return 512 * 4;
+    default:
+        return 65536; // fax lines, LZMA, ZSTD: a bit or four bytes may stand for a whole line or block
     }
 }
 
@@ -96,9 +102,7 @@ class Reader {
     bool ReadThroughLibrary(QLM_ImageSink& sink);
     bool IsOwnKind() const;
     size_t ColorSamples() const;
-    bool FailByComplaint() {
-        return source.Fail(complaint.empty() ? QLM_ImageText_Damaged : complaint);
-    }
+    bool FailByComplaint() { return source.Fail(complaint.empty() ? QLM_ImageText_Damaged : complaint); }
 
     QLM_ImageSource& source;
     std::string complaint; // outlives the handle, which writes to it while closing
@@ -131,9 +135,12 @@ bool Reader::IsOwnKind() const {
     case PHOTOMETRIC_MINISBLACK:
     case PHOTOMETRIC_MINISWHITE:
     case PHOTOMETRIC_RGB:
-    case PHOTOMETRIC_SEPARATED: return true;
-    case PHOTOMETRIC_PALETTE: return bits <= 8 && palette[0];
-    default: return false;
+    case PHOTOMETRIC_SEPARATED:
+        return true;
+    case PHOTOMETRIC_PALETTE:
+        return bits <= 8 && palette[0];
+    default:
+        return false;
     }
 }
 
@@ -159,7 +166,8 @@ bool Reader::ReadHeader() {
         if (bits <= 8 && TIFFGetField(t, TIFFTAG_COLORMAP, &palette[0], &palette[1], &palette[2])) {
             paletteShift = 0;
             for (const uint16_t* table : palette)
-                if (std::any_of(table, table + (size_t(1) << bits), [](uint16_t v) { return v > 255; })) paletteShift = 8;
+                if (std::any_of(table, table + (size_t(1) << bits), [](uint16_t v) { return v > 255; }))
+                    paletteShift = 8;
         } else palette[0] = nullptr;
     }
     uint16_t extraCount = 0;
@@ -234,7 +242,8 @@ void Reader::ConvertColor(const uint8_t* samples, uint8_t* out) const {
         for (int c = 0; c < 3; c++) out[c] = uint8_t(palette[c][samples[0]] >> paletteShift);
         break;
     default:
-        out[0] = out[1] = out[2] = photometric == PHOTOMETRIC_MINISWHITE ? uint8_t(255 - scaled(samples[0])) : scaled(samples[0]);
+        out[0] = out[1] = out[2] =
+            photometric == PHOTOMETRIC_MINISWHITE ? uint8_t(255 - scaled(samples[0])) : scaled(samples[0]);
         break;
     }
 }
@@ -280,7 +289,8 @@ bool Reader::ReadBlocks(QLM_ImageSink& sink) {
     if (blockBytes / ratio > source.size) return source.Fail("its strips or tiles are larger than its bytes can fill");
     if (!tiled) blockHeight = std::min(blockHeight, height);
     const uint64_t perPixelBits = uint64_t(bits) * (planar == PLANARCONFIG_SEPARATE ? 1 : samplesPerPixel);
-    if (blockRowBytes < (std::min(blockWidth, width) * perPixelBits + 7) / 8 || blockBytes < blockRowBytes * blockHeight)
+    if (blockRowBytes < (std::min(blockWidth, width) * perPixelBits + 7) / 8 ||
+        blockBytes < blockRowBytes * blockHeight)
         return source.Fail("its strips or tiles do not fit its pixels");
 
     block.resize(blockBytes);
@@ -304,7 +314,8 @@ bool Reader::ReadBlocks(QLM_ImageSink& sink) {
 bool Reader::ReadThroughLibrary(QLM_ImageSink& sink) {
     char text[1024] = "";
     TIFFRGBAImage image;
-    if (!TIFFRGBAImageOK(tiff.get(), text) || !TIFFRGBAImageBegin(&image, tiff.get(), 1, text)) return source.Fail(text);
+    if (!TIFFRGBAImageOK(tiff.get(), text) || !TIFFRGBAImageBegin(&image, tiff.get(), 1, text))
+        return source.Fail(text);
     const std::unique_ptr<TIFFRGBAImage, void (*)(TIFFRGBAImage*)> guard(&image, TIFFRGBAImageEnd);
     image.req_orientation = ORIENTATION_TOPLEFT;
     source.info.hasAlpha = image.alpha != 0;

@@ -20,7 +20,6 @@
 #include "Rendering/QLM_CullingManager.h"
 #include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
-#include "Tools/QLM_BrushShapeManager.h"
 #include "Tools/QLM_ToolManager.h"
 #include "VirtualMemory/QLM_VirtualMemory.h"
 
@@ -137,7 +136,6 @@ void QLM_Engine::Initialize(const char* product, const QLM_EngineParts& parts) {
     name = QLM_GetString(1722);
 
     ClearAll();
-    if (QLM_BrushShapeManager* shapes = managers->GetBrushShapeManager()) shapes->LoadDefaultShape();
 }
 
 QLM_Engine::~QLM_Engine() {
@@ -190,9 +188,11 @@ void QLM_Engine::ShutDown() {
         managers->ClearAll();
     }
     SaveSettings();
-    if (managers && managers->GetUndoManager()) managers->GetUndoManager()->ClearLists();
+    if (managers) ClearScene();
     QLM_FreeEvents();
     delete this;
+    // What the last items and managers still posted has no one to run it.
+    QLM_FreeEvents();
 }
 
 // --- The project ----------------------------------------------------------------------------------------------------
@@ -205,6 +205,7 @@ void QLM_Engine::ClearScene() {
 
 void QLM_Engine::ClearAll() {
     QLM_TRACE(1);
+    StopRenders(managers->GetViewportManager());
     managers->ClearAll();
     temporarySearchPaths.DeleteAll();
     lastViewportChangeTimer.Start();
@@ -289,5 +290,6 @@ void QLM_Engine::OnIdleOrPassive() {
     if (QLM_OS::GetFreePhysicalMemoryMB() >= ShortMemoryMB) return;
     const uint64_t before = QLM_Clock::RealNanoseconds();
     QLM_VirtualMemory_FlushAll();
-    QLM_Log("Flushed the virtual memory in %.3f seconds", static_cast<double>(QLM_Clock::RealNanoseconds() - before) * 1e-9);
+    const double seconds = static_cast<double>(QLM_Clock::RealNanoseconds() - before) * 1e-9;
+    QLM_Log("Flushed the virtual memory in %.3f seconds", seconds);
 }

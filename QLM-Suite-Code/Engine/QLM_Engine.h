@@ -131,7 +131,8 @@ class QLM_Engine : public virtual QLM_BaseClass {
     float backgroundColor[3] = {0.0f, 0.0f, 0.0f};
     /// The two checker colours, RGB each: those in use and those of the theme, which each new project takes.
     float displayColors[6] = {180 / 255.0f, 180 / 255.0f, 190 / 255.0f, 140 / 255.0f, 140 / 255.0f, 160 / 255.0f};
-    float defaultDisplayColors[6] = {180 / 255.0f, 180 / 255.0f, 190 / 255.0f, 140 / 255.0f, 140 / 255.0f, 160 / 255.0f};
+    float defaultDisplayColors[6] = {180 / 255.0f, 180 / 255.0f, 190 / 255.0f,
+                                     140 / 255.0f, 140 / 255.0f, 160 / 255.0f};
     bool useUserSettings = true;       ///< false under a script: reads and saves none of the user's settings
 
     // Settings that the shell owns and the ini keeps.
@@ -151,6 +152,7 @@ class QLM_Engine : public virtual QLM_BaseClass {
 };
 
 /// Makes the engine; a second one raises "Only one instance of QLM_Engine is allowed".
-void QLM_CreateEngine(const char* name, const QLM_EngineParts& parts, const QLM_ShellCallbacks& shell, bool useUserSettings);
+void QLM_CreateEngine(const char* name, const QLM_EngineParts& parts, const QLM_ShellCallbacks& shell,
+                      bool useUserSettings);
 /// The engine, null before and after its life. Any thread.
 QLM_Engine* QLM_GetEngine();

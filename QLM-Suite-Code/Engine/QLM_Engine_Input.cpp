@@ -5,7 +5,6 @@
 #include "Core/OS/QLM_Tablet.h"
 #include "Core/Threads/QLM_Workhorse.h"
 #include "Engine/QLM_Events.h"
-#include "Engine/QLM_Messages.h"
 #include "Maps/QLM_MapManager.h"
 #include "Painting/QLM_OverlayWorkhorse.h"
 #include "Rendering/QLM_Viewport.h"
@@ -104,14 +103,9 @@ void QLM_Engine::Wheel(float notches, float x, float y) {
         return;
     }
     if (!wheelFlags.navZoom || notches == 0.0f) return;
-    if (viewport->IsLocked()) {
-        QLM_OS::Get().PrintMessageNoRepeat(QLM_GetString(1461), viewport->GetName());
-        return;
-    }
     float nx = 0, ny = 0;
     QLM_ViewportManager::Normalise(*viewport, x, y, nx, ny);
     viewports->WheelZoom(viewport, notches, nx, ny);
-    QLM_OS::Get().PrintMessageNoRepeat("%s", QLM_GetString(983));
 }
 
 bool QLM_Engine::Key(int code, QLM_KeyModifiers modifiers) {

@@ -33,7 +33,8 @@ struct Share {
 struct Theme {};
 struct SearchPathLines {};
 
-using Field = std::variant<Folder, std::string QLM_Engine::*, bool QLM_Engine::*, Number, Share, Theme, SearchPathLines>;
+using Field =
+    std::variant<Folder, std::string QLM_Engine::*, bool QLM_Engine::*, Number, Share, Theme, SearchPathLines>;
 
 struct Setting {
     const char* key;

@@ -98,10 +98,12 @@ int HandleViewportEvent(const QLMEvent& event, QLM_ViewportManager& viewports) {
 int UsePreviousTool() {
     QLM_ToolManager* const tools = QLM_GetManagers().GetToolManager();
     if (!tools) return 0;
+    const QLM_Tool* const before = tools->GetCurrentTool();
     tools->SelectPreviousTool();
     const QLM_Tool* const tool = tools->GetCurrentTool();
-    if (tool) QLM_OS::Get().PrintMessage(QLM_GetString(572), tool->GetName());
-    return tool != nullptr;
+    if (tool == before) return 0;
+    QLM_OS::Get().PrintMessage(QLM_GetString(572), tool->GetName());
+    return 1;
 }
 
 // --- Group 2000 -----------------------------------------------------------------------------------------------------

@@ -111,7 +111,8 @@ bool QLM_TreeGroup::SaveToStream_Text(FILE* stream, bool) {
     return true;
 }
 
-bool QLM_TreeGroup::LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::string& key, const std::string& value) {
+bool QLM_TreeGroup::LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::string& key,
+                                                        const std::string& value) {
     if (QLM_BaseClass::LoadFromStream_Text_ConsiderCommand(stream, key, value)) return true;
     TextCommand command(key, value);
     if (command.Is("Hidden")) command.ReadBool(hidden);

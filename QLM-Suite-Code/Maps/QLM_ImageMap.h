@@ -57,7 +57,7 @@ class QLM_ImageMap : public virtual QLM_BaseClass {
     /// 1 to 3, 3 to 1 and 3 to 4; any other change raises.
     void SetColorDepth(uint8_t depth);
     /// A cached copy of that size; null when there is none and `create` is false. The map owns it and drops it when its
-    /// own block is replaced. That of a grey map is the on-screen picture of a brush tip: depth 3, brightened, inverted.
+    /// own block is replaced. That of a grey map is the screen picture of a brush tip: depth 3, brightened, inverted.
     QLM_ImageMap* GetResizedCopy(uint32_t width, uint32_t height, bool create);
     /// Spreads colour into transparent pixels by one pixel a pass, the alpha unchanged. Depth 4 only.
     void DilateColorUnderAlpha(int passes);

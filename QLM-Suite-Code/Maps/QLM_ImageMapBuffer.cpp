@@ -20,7 +20,7 @@ bool QLM_ImageMapBuffer::Refresh() {
     ThreadLockerScope scope(this);
     QLM_ImageMap* map = QLM_FindByID<QLM_ImageMap>(sourceID);
     if (!map) return false;
-    ThreadLockerScope mapScope(&map->GetLock());
+    // Read before the copy: a change that comes meanwhile leaves the snapshot stale.
     sourceChanges = map->GetWholeChangeCounter();
     snapshot.Copy(*map);
     return true;

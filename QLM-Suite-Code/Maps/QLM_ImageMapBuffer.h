@@ -31,8 +31,8 @@ class QLM_ImageMapBuffer : public QLM_ParallelData<QLM_ImageMap, QLM_ImageMap> {
     bool IsValid() override;
     /// Copies the whole map; false when it is gone. Doesn't mark the buffer valid.
     bool Refresh() override;
-    /// Copies a rectangle of pixels of the map into a valid snapshot, which stays valid. False, and nothing copied, when
-    /// the snapshot is stale.
+    /// Copies a rectangle of pixels of the map into a valid snapshot, which stays valid. False, and nothing copied,
+    /// when the snapshot is stale.
     bool RefreshRect(uint32_t x, uint32_t y, uint32_t width, uint32_t height);
     QLM_ImageMap& GetSnapshot() { return snapshot; }
 

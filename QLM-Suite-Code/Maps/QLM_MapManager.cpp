@@ -141,6 +141,7 @@ void QLM_MapManager::AssignMapToMaterialChannel(QLM_MaterialMapList* list, QLM_M
     if (!channel) QLM_RaiseError("Channel == NULL in AssignMapToMaterialChannel");
     if (!map) QLM_RaiseError("Map == NULL in AssignMapToMaterialChannel");
     channel->MapBindingID = GetBinding(list, map, true)->GetID();
+    map->SetBool("CALCULATE_OVERDRAW_REQUESTED", true, QLM_CustomPropertyContainer::Temporary);
 }
 
 bool QLM_MapManager::CanPaintMaterial(const QLM_MaterialMapList& list, const QLM_Material& material, uint32_t bindingID,

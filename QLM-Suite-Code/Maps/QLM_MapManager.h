@@ -18,20 +18,21 @@ class QLM_MapManager : public QLM_Manager {
     QLM_MapManager();
     ~QLM_MapManager() override;
     void Initialize() override;
-    void OnIdle() override { ClearRecentlyUsed(); }
     void Clear() override;
 
     /// A new source "New Map.PNG" (made unique) in "Image Maps", without pixels; owned by the manager.
     QLM_MaterialMapSource* CreateMapSource();
-    /// Loads a picture as a map named after its file (extension kept), or returns the one already loaded from that file.
+    /// Loads a picture as a map named after its file (extension kept), or returns the one that was loaded from it.
     /// Null with one message for a file that can't be read.
     QLM_MaterialMapSource* LoadMapFromFile(const std::string& path, std::string& error);
     /// Binds: finds or appends the object's binding and points the channel at it.
-    void AssignMapToMaterialChannel(QLM_MaterialMapList* list, QLM_MaterialChannel* channel, QLM_MaterialMapSource* map);
+    void AssignMapToMaterialChannel(QLM_MaterialMapList* list, QLM_MaterialChannel* channel,
+                                    QLM_MaterialMapSource* map);
     QLM_MaterialMapBinding* GetBinding(QLM_MaterialMapList* list, QLM_MaterialMapSource* map, bool create);
     /// True when a channel of `material` that points at `target` takes paint; see the tool manager's switches.
     /// `shownChannel` is the channel that the stroke's viewport displays. Any thread, with everything copied.
-    static bool CanPaintMaterial(const QLM_MaterialMapList& list, const QLM_Material& material, uint32_t bindingID, const bool switches[8], const std::string& shownChannel);
+    static bool CanPaintMaterial(const QLM_MaterialMapList& list, const QLM_Material& material, uint32_t bindingID,
+                                 const bool switches[8], const std::string& shownChannel);
 
     QLM_RootClassQueue<QLM_MaterialMapSource*> GetMaps();
     QLM_MaterialMapSource* FindMap(const std::string& name, int occurrence = 1);

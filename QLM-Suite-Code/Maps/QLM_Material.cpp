@@ -148,7 +148,9 @@ bool QLM_Material::LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::
     return command.Handled();
 }
 
-QLM_MaterialMapSource* QLM_MaterialMapBinding::GetSource() const { return QLM_FindByID<QLM_MaterialMapSource>(SourceID); }
+QLM_MaterialMapSource* QLM_MaterialMapBinding::GetSource() const {
+    return QLM_FindByID<QLM_MaterialMapSource>(SourceID);
+}
 
 QLM_MaterialMapList::~QLM_MaterialMapList() {
     for (QLM_MaterialMapBinding* binding : *this) delete binding;

@@ -41,7 +41,9 @@ class QLM_MaterialMapSource : public virtual QLM_ImageMap, public virtual QLM_Us
     bool SaveToFile(const std::string& path, std::string& error) override;
     void OnWholeMapChanged() override;
     void OnPartialMapChanged(const float* minUV, const float* maxUV) override;
-    bool SaveToStream_Text(FILE* stream, bool writeBlock = true) override { return QLM_BaseClass::SaveToStream_Text(stream, writeBlock); }
+    bool SaveToStream_Text(FILE* stream, bool writeBlock = true) override {
+        return QLM_BaseClass::SaveToStream_Text(stream, writeBlock);
+    }
     bool LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::string& key, const std::string& value) override {
         return QLM_BaseClass::LoadFromStream_Text_ConsiderCommand(stream, key, value);
     }

@@ -47,6 +47,7 @@ bool DrawRows(const std::vector<BoundPolygons>& bound, QLM_RasterizeOptions opti
     const float width = static_cast<float>(options.targetWidth), height = static_cast<float>(options.targetHeight);
     for (const BoundPolygons& part : bound)
         for (int32_t p : *part.polygons) {
+            if (p < 0 || p >= part.mesh->GetPCount()) continue;
             const QLM_Polygon& polygon = part.mesh->GetPolygon(p);
             int corners = 0;
             float top = 0, bottom = height;

@@ -68,8 +68,10 @@ struct Chunk {
 struct PixelSpan {
     PixelSpan(float low, float high, int size) {
         const float slack = 0.001f * (high - low) + 0.01f;
-        first = static_cast<int>(std::ceil(std::max(low - slack - 0.5f, 0.0f)));
-        last = static_cast<int>(std::floor(std::clamp(high + slack - 0.5f, -1.0f, static_cast<float>(size - 1))));
+        // Clamped to at least -1, where truncation of x + 1 is the floor.
+        const float begin = std::clamp(low - slack - 0.5f, -1.0f, static_cast<float>(size)), end = std::clamp(high + slack - 0.5f, -1.0f, static_cast<float>(size - 1));
+        first = std::max(size - static_cast<int>(static_cast<float>(size) - begin), 0);
+        last = static_cast<int>(end + 1.0f) - 1;
     }
     int first, last;
 };

@@ -34,7 +34,7 @@ void SendMirroredMotions(QLM_Tool& tool, QLM_Viewport* viewport, float x, float 
 
 void QLM_ViewportManager::Normalise(const QLM_Viewport& viewport, float x, float y, float& nx, float& ny) {
     nx = 2.0f * (x - static_cast<float>(viewport.x)) / static_cast<float>(std::max(1, viewport.width)) - 1.0f;
-    ny = -(2.0f * (y - static_cast<float>(viewport.y)) / static_cast<float>(std::max(1, viewport.height)) - 1.0f);
+    ny = 1.0f - 2.0f * (y - static_cast<float>(viewport.y)) / static_cast<float>(std::max(1, viewport.height));
 }
 
 bool QLM_ViewportManager::PointerPress(int button, float x, float y) {

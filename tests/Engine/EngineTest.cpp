@@ -206,8 +206,10 @@ TEST_F(EngineTest, FirstStartHasDefaultsAndGivesAdviceOnce) {
     EXPECT_NEAR(engine.displayColors[5], 160.0 / 255.0, 1e-6);
     const std::string written = Read(settingsFile);
     EXPECT_EQ(written.rfind("ImportPath\t" + folder + "app/Objects/\n", 0), 0u);
-    EXPECT_NE(written.find("\nRunCount\t1\ndoPromptforHotkeyAssignment\t1\nshowHoverHints\t1\ncolorTheme\t3\n"), std::string::npos);
-    EXPECT_NE(written.find("\nTabletCutoff\t0.010000\nHints\t1\nUndoLimit\t1024\nLoadDefaultProject\t1\nttSourcePath\t\n"), std::string::npos);
+    EXPECT_NE(written.find("\nRunCount\t1\ndoPromptforHotkeyAssignment\t1\nshowHoverHints\t1\ncolorTheme\t3\n"),
+              std::string::npos);
+    EXPECT_NE(written.find("\nTabletCutoff\t0.010000\nHints\t1\nUndoLimit\t1024\nLoadDefaultProject\t1\n"),
+              std::string::npos);
     Stop();
     QLM_Engine& second = Start(true);
     EXPECT_TRUE(second.startupMessages.empty());

@@ -128,7 +128,8 @@ TEST_F(EventsTest, OwnsItsStringsAndCopiesDeeply) {
         } catch (const QLM_Exception& failure) { return std::string(failure.what()); }
         return std::string();
     };
-    EXPECT_EQ(message([&] { event.AddStringParameter("a", 16); }), "i is out of range in QLMEvent::AddStringParameter()");
-    EXPECT_EQ(message([&] { event.AddStringParameter("a", -1); }), "i is out of range in QLMEvent::AddStringParameter()");
+    for (int i : {16, -1})
+        EXPECT_EQ(message([&] { event.AddStringParameter("a", i); }),
+                  "i is out of range in QLMEvent::AddStringParameter()");
     EXPECT_EQ(message([&] { event.GetStringParameter(16); }), "i is out of range in QLMEvent::GetStringParameter(16)");
 }

@@ -12,7 +12,9 @@ std::string Record(const std::string& name, const std::string& bytes, uint32_t a
     for (int shift = 0; shift < 32; shift += 8) record += char(announced >> shift & 255);
     return record + bytes;
 }
-std::string Record(const std::string& name, const std::string& bytes) { return Record(name, bytes, uint32_t(bytes.size())); }
+std::string Record(const std::string& name, const std::string& bytes) {
+    return Record(name, bytes, uint32_t(bytes.size()));
+}
 
 class GraphicsFile : public testing::Test {
   protected:
@@ -28,7 +30,9 @@ class GraphicsFile : public testing::Test {
 };
 
 TEST_F(GraphicsFile, FillsTheTableAsRGBA) {
-    ASSERT_TRUE(Load(Record("Lock.png", color) + Record("broken.png", "no picture") + Record("BrushTileTool.png", withAlpha))) << error;
+    ASSERT_TRUE(
+        Load(Record("Lock.png", color) + Record("broken.png", "no picture") + Record("BrushTileTool.png", withAlpha)))
+        << error;
     EXPECT_EQ(QLM_GL_FindTexture("broken"), nullptr);
     EXPECT_EQ(QLM_GL_FindTexture("Lock.png"), nullptr);
     const QLM_GL_Texture* lock = QLM_GL_FindTexture("Lock");
@@ -37,8 +41,10 @@ TEST_F(GraphicsFile, FillsTheTableAsRGBA) {
     EXPECT_TRUE(lock->HasAlpha && lock->Width == 7 && lock->Height == 5);
     ASSERT_EQ(lock->Pixels.size(), 7u * 5 * 4);
     // The second pixel of the bottom row: (40, 240, 100), and alpha 36 + 4.
-    EXPECT_EQ(std::vector<uint8_t>(lock->Pixels.begin() + 4, lock->Pixels.begin() + 8), (std::vector<uint8_t>{40, 240, 100, 255}));
-    EXPECT_EQ(std::vector<uint8_t>(tile->Pixels.begin() + 4, tile->Pixels.begin() + 8), (std::vector<uint8_t>{40, 240, 100, 40}));
+    EXPECT_EQ(std::vector<uint8_t>(lock->Pixels.begin() + 4, lock->Pixels.begin() + 8),
+              (std::vector<uint8_t>{40, 240, 100, 255}));
+    EXPECT_EQ(std::vector<uint8_t>(tile->Pixels.begin() + 4, tile->Pixels.begin() + 8),
+              (std::vector<uint8_t>{40, 240, 100, 40}));
 }
 
 TEST_F(GraphicsFile, StopsAtWhatIsNoRecord) {

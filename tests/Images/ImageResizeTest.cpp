@@ -65,9 +65,9 @@ TEST(ImageResize, ThreadsAndCallsFromAWorkerGiveTheSame) {
     for (size_t i = 0; i < source.size(); i++) source[i] = uint8_t(i * 2654435761u >> 13);
     Bytes threaded(700 * 650 * 3), nested(threaded.size());
     ASSERT_TRUE(ResizeImage(threaded.data(), 700, 650, source.data(), 300, 200, 3));
-    QLM_ThreadCrunch(1, [&](const ThreadCrunchRange&) {
-        ResizeImage(nested.data(), 700, 650, source.data(), 300, 200, 3);
-    }, "ResizeTest");
+    QLM_ThreadCrunch(
+        1, [&](const ThreadCrunchRange&) { ResizeImage(nested.data(), 700, 650, source.data(), 300, 200, 3); },
+        "ResizeTest");
     EXPECT_EQ(threaded, nested);
 }
 

@@ -6,9 +6,7 @@
 #include <iterator>
 #include <string>
 
-inline std::string SeedPath(const std::string& name) {
-    return QLM_SOURCE_DIR "/tests/fuzz/corpus/image/" + name;
-}
+inline std::string SeedPath(const std::string& name) { return QLM_SOURCE_DIR "/tests/fuzz/corpus/image/" + name; }
 
 inline std::string ReadBytes(const std::string& path) {
     std::ifstream file(path, std::ios::binary);

@@ -159,7 +159,8 @@ def tiff(pixel, bits, photometric, samples, packed=None, code=1, extra=(), tile=
 # ------------------------------------------------------------------------------------------------------------ others
 
 def bmp():
-    rows = b"".join(bytes(v for x in range(W) for v in reversed(rgb(x, y))) + bytes(-W * 3 % 4) for y in reversed(range(H)))
+    rows = b"".join(bytes(v for x in range(W) for v in reversed(rgb(x, y))) + bytes(-W * 3 % 4)
+                    for y in reversed(range(H)))
     return (b"BM" + struct.pack("<IHHI", 54 + len(rows), 0, 0, 54)
             + struct.pack("<IiiHHIIiiII", 40, W, H, 1, 24, 0, len(rows), 2835, 2835, 0, 0) + rows)
 
@@ -167,6 +168,27 @@ def bmp():
 def tga():
     rows = b"".join(bytes((p[2], p[1], p[0], p[3])) for y in reversed(range(H)) for p in (rgba(x, y) for x in range(W)))
     return struct.pack("<BBBHHBHHHHBB", 0, 0, 2, 0, 0, 0, 0, 0, W, H, 32, 8) + rows
+
+
+def packed_tga():
+    """Runs and literals by turns, an index into 16 colours each; the screen place must not matter."""
+    indices = [level(4)(x, y)[0] for y in reversed(range(H)) for x in range(W)]
+    data, at = b"", 0
+    while at < len(indices):
+        run = 1
+        while at + run < len(indices) and indices[at + run] == indices[at]:
+            run += 1
+        data += bytes((127 + run, indices[at])) if at % 2 else bytes((run - 1,)) + bytes(indices[at:at + run])
+        at += run
+    colors = b"".join(bytes(reversed(PALETTE[3 * i:3 * i + 3])) for i in range(16))
+    return struct.pack("<BBBHHBHHHHBB", 2, 1, 9, 0, 16, 24, 3, 4, W, H, 8, 0) + b"id" + colors + data
+
+
+def palette_bmp():
+    rows = b"".join(pack([level(4)(x, y)[0] for x in range(W)], 4) for y in range(H))
+    colors = b"".join(bytes(reversed(PALETTE[3 * i:3 * i + 3])) + b"\0" for i in range(16))
+    return (b"BM" + struct.pack("<IHHI", 54 + 64 + len(rows), 0, 0, 118)
+            + struct.pack("<IiiHHIIiiII", 40, W, -H, 1, 4, 0, len(rows), 2835, 2835, 16, 16) + colors + rows)
 
 
 def gif():
@@ -216,13 +238,16 @@ def pictures():
     yield "rgba8-tiles.tif", tiff(rgba, 8, 2, 4, zlib.compress, 8, extra=[2], tile=16)
     yield "grey16-tiles.tif", tiff(wide(lambda x, y: [rgb(x, y)[0]]), 16, 1, 1, tile=16)
     yield "white1.tif", tiff(level(1), 1, 0, 1)
-    yield "palette4.tif", tiff(level(4), 4, 3, 1, colormap=[PALETTE[3 * i + c] * 257 for c in range(3) for i in range(16)])
+    colormap = [PALETTE[3 * i + c] * 257 for c in range(3) for i in range(16)]
+    yield "palette4.tif", tiff(level(4), 4, 3, 1, colormap=colormap)
     yield "cmyk8.tif", tiff(cmyk, 8, 5, 4)
 
     yield "rgb.bmp", bmp()
+    yield "palette4.bmp", palette_bmp()
     yield "rgba.tga", tga()
+    yield "runs.tga", packed_tga()
     yield "key.gif", gif()
-    yield "rgb.ppm", b"P6\n7 5\n255\n" + bytes(v for x, y in ALL for v in rgb(x, y))
+    yield "rgb.ppm", b"P6 # a comment\n7\t5\n255\n" + bytes(v for x, y in ALL for v in rgb(x, y))
 
 
 def main():

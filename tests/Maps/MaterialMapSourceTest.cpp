@@ -83,8 +83,9 @@ TEST_F(MaterialMapSource, MarksCells) {
     // rows 31 to 33.
     const uint32_t changes = map.GetChangeCounter();
     map.OnPartialMapChanged(corner, corner);
-    EXPECT_EQ(map.GetDirtyCells(),
-              (std::vector<uint32_t>{31 * 64 + 31, 31 * 64 + 32, 32 * 64 + 31, 32 * 64 + 32, 33 * 64 + 31, 33 * 64 + 32}));
+    const std::vector<uint32_t> around = {31 * 64 + 31, 31 * 64 + 32, 32 * 64 + 31,
+                                          32 * 64 + 32, 33 * 64 + 31, 33 * 64 + 32};
+    EXPECT_EQ(map.GetDirtyCells(), around);
     EXPECT_GT(map.GetChangeCounter(), changes);
     map.MarkCellsDirty(corner, corner);
     EXPECT_EQ(map.DirtyCount, 6) << "a dirty cell is listed once";

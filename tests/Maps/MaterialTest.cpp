@@ -1,6 +1,9 @@
 #include "MapTestSupport.h"
 
 #include "Core/TextStream/QLM_TextStream.h"
+#include "Engine/QLM_Engine.h"
+#include "Engine/QLM_Events.h"
+#include "Engine/QLM_TreeGroup.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_Material.h"
 #include "Maps/QLM_MaterialMapSource.h"
@@ -57,7 +60,7 @@ TEST_F(Materials, Defaults) {
         EXPECT_TRUE(channel.GetBool("manager/noRename")) << want.name;
     }
     EXPECT_STREQ(material.Specular->GetHint(), "Specular Channel");
-    EXPECT_EQ(static_cast<QLM_MaterialChannel*>(material.Glossy), static_cast<QLM_MaterialChannel*>(material.channels[6]));
+    EXPECT_EQ(material.Glossy->GetID(), material.channels[6]->GetID());
     EXPECT_EQ(static_cast<QLM_BaseClass*>(material.GetChild(7)), nullptr);
 }
 
@@ -99,7 +102,8 @@ TEST_F(Materials, RecordsComeBack) {
 
 TEST_F(Materials, ReadOlderAndDamagedRecords) {
     Stream older("material\tHead\n{\n\tName\tHead\n\tchannel\tDiffuse\n\t{\n\t\tName\tDiffuse\n"
-                 "\t\tColor\t0.5 0.25 0.75\n\t\tTextureIndex\t-1\n\t\tOdd\tkey\n\t}\n\tfuture\tblock\n\t{\n\t\tx\t1\n\t}\n"
+                 "\t\tColor\t0.5 0.25 0.75\n\t\tTextureIndex\t-1\n\t\tOdd\tkey\n\t}\n"
+                 "\tfuture\tblock\n\t{\n\t\tx\t1\n\t}\n"
                  "\tchannel\tBump\n\t{\n\t\tStrength\t0.5\n\t\tColor\t1 2\n");
     QLM_Material material;
     ASSERT_TRUE(material.LoadFromStream_Text(older.file, 0));
@@ -127,6 +131,35 @@ TEST_F(Materials, CopyTakesStrengthColourAndMap) {
     EXPECT_EQ(target.FindChannel("Extra")->Offset, 2.0f);
     EXPECT_TRUE(target.HasMapInChannel(123));
     EXPECT_FALSE(target.HasMapInChannel(0));
+}
+
+TEST_F(Materials, TakeThePartsOfTheEngine) {
+    QLM_InitializeEvents();
+    QLM_EngineParts parts;
+    parts.createManagers = [](QLM_Managers& managers) { managers.Add(&QLM_Managers::map, new QLM_MapManager); };
+    QLM_CreateEngine("MapsTest", parts, {}, false);
+    QLM_Engine& engine = *QLM_GetEngine();
+    EXPECT_GE(engine.topTreeGroups.IndexOf(engine.managers->GetMapManager()->GetTree()), 0);
+
+    // Maps of an imported scene are numbered behind those of the project.
+    engine.SetInt("INPUT_MAP_INDEX_OFFSET", 5);
+    Stream record("material\tA\n{\nchannel\tBump\n{\nTextureIndex\t2\n}\n"
+                  "channel\tColor\n{\nTextureIndex\t-1\n}\n}\n");
+    QLM_Material material;
+    material.LoadFromStream_Text(record.file, 0);
+    EXPECT_EQ(material.Bump->TextureIndex, 7);
+    EXPECT_EQ(material.Color->TextureIndex, -1);
+
+    // Cells of 4 x 4 map pixels: the even one takes the first colour.
+    const float colors[6] = {0.5f, 0, 1, 1, 0.25f, 0};
+    std::copy_n(colors, 6, engine.displayColors);
+    QLM_ImageMap clear;
+    SetPixels(clear, 8, 1, 4, std::vector<uint8_t>(32, 0));
+    std::vector<uint8_t> rgb;
+    uint32_t width = 0, height = 0;
+    ASSERT_TRUE(clear.BuildPreview(rgb, width, height));
+    for (size_t i = 0; i < 8; ++i) EXPECT_EQ(memcmp(&rgb[i * 3], i < 4 ? "\x7f\0\xff" : "\xff\x3f\0", 3), 0) << i;
+    engine.ShutDown();
 }
 
 class MapManager : public MapTest {
@@ -219,7 +252,7 @@ TEST_F(MapManager, OneMapForOneFile) {
     EXPECT_EQ(map->GetMapFileName().find('/'), std::string::npos);
     EXPECT_EQ(manager.LoadMapFromFile(folder.path + "Other/../skin.png", error), map);
     EXPECT_EQ(manager.LoadMapFromFile(map->GetMapFileName(), error), map) << "back slashes reach the file too";
-    EXPECT_EQ(manager.LoadMapFromFile(folder.path + "SKIN.PNG", error), map) << "files are found without regard to case";
+    EXPECT_EQ(manager.LoadMapFromFile(folder.path + "SKIN.PNG", error), map) << "found without regard to case";
 
     QLM_MaterialMapSource* other = manager.LoadMapFromFile(folder.path + "Other/skin.png", error);
     ASSERT_NE(other, nullptr) << error;
@@ -248,7 +281,7 @@ TEST_F(MapManager, SweepsWhatWasNotUsed) {
     for (QLM_MaterialMapSource* map : {used, idle}) map->GetPixels(), map->GetMaskPixels();
     manager.SweepMaps();
     EXPECT_EQ(QLM_VirtualMemory_StoredBytes(), 0u) << "used since the last idle pass";
-    manager.OnIdle();
+    manager.ClearRecentlyUsed();
     used->GetPixels();
     manager.SweepMaps();
     EXPECT_EQ(QLM_VirtualMemory_StoredBytes(), 256u);

@@ -18,16 +18,16 @@ namespace {
 class FailureReportDeathTest : public testing::Test {
   protected:
     FailureReportDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-    static std::string Folder() { return QLM_BINARY_DIR "/failure-"; }
-    static std::string LogPath() { return Folder() + "Quillmere-Log.txt"; }
+    static constexpr const char* Folder = QLM_BINARY_DIR "/failure-";
+    static constexpr const char* LogPath = QLM_BINARY_DIR "/failure-Quillmere-Log.txt";
     static void StartLog(bool signals = false) {
-        QLM_InitializeExceptionHandling(Folder(), signals);
+        QLM_InitializeExceptionHandling(Folder, signals);
         QLM_SetLoggingLevel(3);
     }
     /// The lines of the child's log.
     static std::string Log() {
         std::string text;
-        if (FILE* file = std::fopen(LogPath().c_str(), "rb")) {
+        if (FILE* file = std::fopen(LogPath, "rb")) {
             for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file)) {
                 // Letters are mirrored and line ends stand as "?".
                 if (c >= 'a' && c <= 'z') c = 219 - c;
@@ -36,7 +36,7 @@ class FailureReportDeathTest : public testing::Test {
             }
             std::fclose(file);
         }
-        std::remove(LogPath().c_str());
+        std::remove(LogPath);
         return text;
     }
     static void OnWorker(void (*function)()) {
@@ -48,8 +48,8 @@ class FailureReportDeathTest : public testing::Test {
 
 TEST_F(FailureReportDeathTest, WithoutAHookTheFinalReportEndsTheProcess) {
     const std::string report = "The following error occured...\n\nbad luck\n\nAn error report has been saved to the "
-                               "following location...\n\n" + LogPath() + "\n\nPlease send this file to Quillmere "
-                               "technical support to help us solve the issue.";
+                               "following location...\n\n" QLM_BINARY_DIR "/failure-Quillmere-Log.txt\n\nPlease "
+                               "send this file to Quillmere technical support to help us solve the issue.";
     EXPECT_EXIT({ StartLog(); QLM_ReportFailure("bad luck"); }, testing::ExitedWithCode(1), report);
     EXPECT_EQ(Log(), "---\nT:Main\nException: bad luck\n");
     EXPECT_EXIT({ StartLog(); OnWorker([] { QLM_ReportFailure("bad luck"); }); }, testing::ExitedWithCode(1), report);

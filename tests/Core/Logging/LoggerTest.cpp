@@ -47,8 +47,8 @@ class LoggerTest : public testing::Test {
         std::string output, complaint;
     };
     ToolResult RunReadLog(const std::string& path) const {
-        const std::string command = std::string("python3 '") + QLM_SOURCE_DIR + "/tools/readlog' '" + path + "' >'" +
-                                    folder + "out' 2>'" + folder + "err'";
+        const std::string command = QLM_FormatText("python3 '%s/tools/readlog' '%s' >'%sout' 2>'%serr'",
+                                                   QLM_SOURCE_DIR, path, folder, folder);
         const int status = std::system(command.c_str());
         return {WEXITSTATUS(status), ReadFile(folder + "out"), ReadFile(folder + "err")};
     }
