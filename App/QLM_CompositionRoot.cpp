@@ -6,7 +6,6 @@
 #include "Core/OS/QLM_OS.h"
 #include "Core/Threads/QLM_ThreadCruncher.h"
 #include "Engine/QLM_Events.h"
-#include "Engine/QLM_Messages.h"
 #include "Engine/QLM_UndoManager.h"
 #include "FileInterchange/QLM_IOManager.h"
 #include "Geometry/QLM_GeometryManagers.h"
@@ -125,11 +124,6 @@ bool QLM_StartProgram(const QLM_StartOptions& options, std::string& error) {
     QLM_InitializeImageHandlers();
     QLM_GL_InitTextures();
     if (!QLM_LoadGraphicsFile(os.GetApplicationDirectory() + "Data/Graphics.dat", error)) {
-        QLM_EndLogging();
-        return false;
-    }
-    if (!QLM_GL_FindTexture("BrushTileTool")) {
-        error = QLM_FormatText(QLM_GetString(953), os.GetApplicationDirectory(), '/');
         QLM_EndLogging();
         return false;
     }

@@ -167,6 +167,7 @@ class QLM_OctreeMeshContainer : public QLM_MeshContainerMesh {
     struct Build;
     void FindVertexLeaves();
     void FindPolygonVertices();
+    void FindOuterVertices();
     std::unique_ptr<Node> MakeNode(Node* parent, int firstLeaf, const float* minimum, const float* maximum);
     static void UniteChildBoxes(Node* node);
 
@@ -174,6 +175,8 @@ class QLM_OctreeMeshContainer : public QLM_MeshContainerMesh {
     int32_t octreeDepth = 2;
     std::unique_ptr<Node> root;
     std::vector<Node*> Leaves;
+    std::vector<int32_t> outerVertices; ///< by leaf: the neighbours of its vertices that stand in other leaves
+    std::vector<int32_t> outerStart;    ///< leaf count + 1
     std::unique_ptr<Build> build; ///< while BuildOctree runs
 };
 

@@ -27,14 +27,16 @@ void VisitEdgesFrom(const QLM_PolygonView& view, const int32_t* row, int v, Visi
         const int p = row[k];
         if (p == last) continue; // holds v at several corners
         last = p;
-        const QLM_Polygon& polygon = view.polygons[p];
+        const QLM_PolygonCorner* corners = view.polygons[p].corners;
+        const int count = view.polygons[p].count;
         int a = view.GetVertex(p, 0);
-        for (int i = 0; i < polygon.count; ++i) {
-            const int j = i + 1 < polygon.count ? i + 1 : 0;
+        for (int i = 0; i < count; ++i) {
+            const int j = i + 1 < count ? i + 1 : 0;
             const int b = view.GetVertex(p, j);
-            const int ta = polygon.corners[i].textureVertex, tb = polygon.corners[j].textureVertex;
-            if (a == v && b > v) visit(b, ta, tb, p);
-            else if (b == v && a > v) visit(a, tb, ta, p);
+            if (a == v ? b > v : b == v && a > v) {
+                const int own = a == v ? i : j, other = i + j - own;
+                visit(a + b - v, corners[own].textureVertex, corners[other].textureVertex, p);
+            }
             a = b;
         }
     }

@@ -34,8 +34,10 @@ void QLM_MeshCalculateNormalsContainer::CrunchVertexNormals(bool visibleOnly) {
     const float* polygonNormals = mesh->PolygonNormals.GetData();
     QLM_VertexMap3D& normals = mesh->VertexNormals;
     const auto calculate = [&](int v) { QLM_VertexNormal(mesh->VertexPolygons.GetRow(v), polygonNormals, normals[v]); };
-    const int32_t* visible = visibleOnly ? mesh->GetVisibleVertices().GetData() : nullptr;
-    const int count = visibleOnly ? mesh->GetVisibleVertexCount() : mesh->GetVCount();
+    // With nothing hidden go through memory in its own order.
+    const bool selected = visibleOnly && mesh->GetVisibleVertexCount() < mesh->GetVCount();
+    const int32_t* visible = selected ? mesh->GetVisibleVertices().GetData() : nullptr;
+    const int count = selected ? mesh->GetVisibleVertexCount() : mesh->GetVCount();
     QLM_ThreadCrunch(count, [&](const ThreadCrunchRange& range) {
         QLM_TRACE(3);
         for (int i = range.start; i < range.end; ++i) calculate(visible ? visible[i] : i);

@@ -3,6 +3,7 @@
 #include "Core/Logging/QLM_Logger.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_PointBox.h"
+#include "Geometry/QLM_ThreadStamps.h"
 
 #include <atomic>
 
@@ -29,9 +30,12 @@ int FindLeaf(const float* point, const QLM_PointBox& rootBox, int depth) {
         for (int k = 0; k < 3; ++k) centre[k] = 0.5f * minimum[k] + 0.5f * maximum[k];
         const bool z = point[2] > centre[2], y = point[1] > centre[1];
         const bool x = y ? point[0] >= centre[0] : point[0] > centre[0];
-        const int child = (z ? 4 : 0) + (y ? (x ? 2 : 3) : (x ? 1 : 0));
-        leaf = leaf * 8 + child;
-        NarrowToChild(minimum, maximum, child);
+        leaf = leaf * 8 + (z ? 4 : 0) + (y ? (x ? 2 : 3) : (x ? 1 : 0));
+        const bool high[3] = {x, y, z};
+        for (int k = 0; k < 3; ++k) {
+            minimum[k] = high[k] ? centre[k] : minimum[k];
+            maximum[k] = high[k] ? maximum[k] : centre[k];
+        }
     }
     return leaf;
 }
@@ -65,6 +69,7 @@ void QLM_OctreeMeshContainer::BuildOctree() {
     build->box.CopyTo(minimum, maximum);
     root = MakeNode(nullptr, 0, minimum, maximum);
     BuildPolygonLeaves();
+    FindOuterVertices();
     build.reset();
     OctreeBoundsChanged();
 }
@@ -188,19 +193,54 @@ void QLM_OctreeMeshContainer::BuildPolygonLeaves() {
         QLM_TRACE(3);
         for (int i = range.start; i < range.end; ++i) {
             Node& leaf = *Leaves[i];
+            float minUV[2] = {leaf.MinUV[0], leaf.MinUV[1]}, maxUV[2] = {leaf.MaxUV[0], leaf.MaxUV[1]};
             for (int k = leaf.FirstPolygon; k < leaf.EndPolygon; ++k) {
                 const QLM_Polygon& polygon = mesh->GetPolygon(polygons[k]);
                 PolygonLeaf[polygons[k]] = i;
                 for (int c = 0; hasUVs && c < polygon.count; ++c) {
                     const float* uv = mesh->TextureVertices[polygon.corners[c].textureVertex];
                     for (int axis = 0; axis < 2; ++axis) {
-                        leaf.MinUV[axis] = std::min(leaf.MinUV[axis], uv[axis]);
-                        leaf.MaxUV[axis] = std::max(leaf.MaxUV[axis], uv[axis]);
+                        minUV[axis] = std::min(minUV[axis], uv[axis]);
+                        maxUV[axis] = std::max(maxUV[axis], uv[axis]);
                     }
                 }
             }
+            std::copy_n(minUV, 2, leaf.MinUV);
+            std::copy_n(maxUV, 2, leaf.MaxUV);
         }
     }, "Octree_PolygonLeaves_ThreadFunc");
+}
+
+void QLM_OctreeMeshContainer::FindOuterVertices() {
+    // The boxes hold all polygons of a leaf's vertices, that is its vertices and their neighbours in other leaves.
+    const QLM_SimpleArray<int32_t>& vertices = mesh->GetVisibleVertices();
+    const int32_t* leafOf = build->vertexLeaf.get();
+    const int leafCount = static_cast<int>(Leaves.size());
+    QLM_ThreadStamps stamps(mesh->GetVCount());
+    std::vector<int32_t> found[QLM_MaximumThreads];
+    outerStart.assign(leafCount + 1, 0);
+    QLM_ThreadCrunch(leafCount, [&](const ThreadCrunchRange& range) {
+        QLM_TRACE(3);
+        int32_t* lastLeaf = stamps.Get(range.threadIndex);
+        std::vector<int32_t>& out = found[range.threadIndex];
+        for (int i = range.start; i < range.end; ++i) {
+            const size_t before = out.size();
+            const int32_t own = leafOf[vertices[Leaves[i]->FirstVertex]];
+            for (int k = Leaves[i]->FirstVertex; k < Leaves[i]->EndVertex; ++k) {
+                const int32_t* row = mesh->VertexNeighbors.GetRow(vertices[k]);
+                for (int n = 1; n <= row[0]; ++n) {
+                    if (leafOf[row[n]] == own || lastLeaf[row[n]] == i + 1) continue;
+                    lastLeaf[row[n]] = i + 1;
+                    out.push_back(row[n]);
+                }
+            }
+            outerStart[i + 1] = static_cast<int32_t>(out.size() - before);
+        }
+    }, "Octree_Outer_ThreadFunc");
+    for (int i = 0; i < leafCount; ++i) outerStart[i + 1] += outerStart[i];
+    outerVertices.clear();
+    outerVertices.reserve(outerStart[leafCount]);
+    for (const std::vector<int32_t>& part : found) outerVertices.insert(outerVertices.end(), part.begin(), part.end());
 }
 
 void QLM_OctreeMeshContainer::OctreeBoundsChanged() {
@@ -210,13 +250,9 @@ void QLM_OctreeMeshContainer::OctreeBoundsChanged() {
     QLM_ThreadCrunch(static_cast<int64_t>(Leaves.size()), [&](const ThreadCrunchRange& range) {
         QLM_TRACE(3);
         for (int i = range.start; i < range.end; ++i) {
-            // A vertex and its neighbours are the corners of all its polygons.
             QLM_PointBox box;
-            for (int k = Leaves[i]->FirstVertex; k < Leaves[i]->EndVertex; ++k) {
-                box.Add(mesh->ResolvedVertices[vertices[k]]);
-                const int32_t* row = mesh->VertexNeighbors.GetRow(vertices[k]);
-                for (int n = 1; n <= row[0]; ++n) box.Add(mesh->ResolvedVertices[row[n]]);
-            }
+            for (int k = Leaves[i]->FirstVertex; k < Leaves[i]->EndVertex; ++k) box.Add(mesh->ResolvedVertices[vertices[k]]);
+            for (int k = outerStart[i]; k < outerStart[i + 1]; ++k) box.Add(mesh->ResolvedVertices[outerVertices[k]]);
             box.CopyTo(Leaves[i]->BoundsMin, Leaves[i]->BoundsMax);
         }
     }, "Octree_Bounds_ThreadFunc");
@@ -253,6 +289,8 @@ void QLM_OctreeMeshContainer::InvalidateOctree() {
     if (!root) return;
     root.reset();
     Leaves.clear();
+    outerVertices.clear();
+    outerStart.clear();
     PolygonLeaf.Resize(0, false, false);
     mesh->ForgetVisibleLists(); // they stand in the order of its leaves
 }

@@ -119,6 +119,23 @@ void QLM_StampCanvas::StampRowThinned(uint8_t* bytes, float* sums, const uint8_t
     }
 }
 
+void QLM_StampCanvas::MarkTiles(const Box& box, int left, int bottom) {
+    for (int tileRow = box.y0 / TileSide; tileRow <= (box.y1 - 1) / TileSide; ++tileRow) {
+        // The columns that the tip's paint reaches within this row of tiles.
+        int first = box.x1, end = box.x0;
+        for (int row = std::max(box.y0, tileRow * TileSide); row < std::min(box.y1, (tileRow + 1) * TileSide); ++row) {
+            const auto& [spanFirst, spanEnd] = tipSpans[static_cast<size_t>(row - bottom)];
+            if (spanFirst >= spanEnd) continue;
+            first = std::min(first, left + spanFirst);
+            end = std::max(end, left + spanEnd);
+        }
+        first = std::max(first, box.x0);
+        end = std::min(end, box.x1);
+        if (first >= end) continue;
+        std::fill_n(tiles.begin() + static_cast<ptrdiff_t>(tileRow) * tileColumns + first / TileSide, (end - 1) / TileSide - first / TileSide + 1, uint8_t{1});
+    }
+}
+
 void QLM_StampCanvas::Stamp(float x, float y, float pressure) {
     if (pressure != curvePressure) {
         BuildCurve(settings, pressure, curve);
@@ -135,9 +152,7 @@ void QLM_StampCanvas::Stamp(float x, float y, float pressure) {
     const int bottom = static_cast<int>((y + 1.0f) * 0.5f * static_cast<float>(height)) - tipHeight / 2;
     const Box box{std::max(left, 0), std::max(bottom, 0), std::min(left + tipWidth, width), std::min(bottom + tipHeight, height)};
     if (box.x0 >= box.x1 || box.y0 >= box.y1) return;
-    for (int row = box.y0 / TileSide; row <= (box.y1 - 1) / TileSide; ++row)
-        for (int column = box.x0 / TileSide; column <= (box.x1 - 1) / TileSide; ++column)
-            tiles[static_cast<size_t>(row) * tileColumns + column] = 1;
+    MarkTiles(box, left, bottom);
 
     for (int row = box.y0; row < box.y1; ++row) {
         const int tipRow = row - bottom;

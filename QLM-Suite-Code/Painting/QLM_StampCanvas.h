@@ -36,9 +36,10 @@ class QLM_StampCanvas {
     static int DensityThreshold(const QLM_StrokeSettings& settings, float pressure);
 
   private:
-    static constexpr int TileSide = 64;
+    static constexpr int TileSide = 32;
     struct Box { int x0, y0, x1, y1; }; ///< ends not included
     void ClearTouched();
+    void MarkTiles(const Box& box, int left, int bottom);
     void StampRow(uint8_t* bytes, float* sums, const uint8_t* tipRow, int count);
     void StampRowThinned(uint8_t* bytes, float* sums, const uint8_t* tipRow, int count, int threshold);
     template <class Visit> void ForEachTouchedTile(Visit visit) const;
@@ -47,7 +48,7 @@ class QLM_StampCanvas {
     QLM_ZeroedBlock<uint8_t> overlay;
     QLM_ZeroedBlock<float> accumulator;
     int width = 0, height = 0, tileColumns = 0, tileRows = 0;
-    std::vector<uint8_t> tiles; ///< not 0 where a stamp's box reached
+    std::vector<uint8_t> tiles; ///< not 0 where a stamp's paint can have reached
     std::vector<uint8_t> tip;
     int tipWidth = 0, tipHeight = 0;
     std::vector<std::pair<int, int>> tipSpans; ///< first and end column with paint, for each tip row

@@ -9,6 +9,7 @@
 #include "Engine/QLM_Events.h"
 #include "Script/QLM_ScriptState.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace {
@@ -180,6 +181,7 @@ int QLM_ScriptPlayer::Play(const std::string& path) {
         }
         std::fflush(state->reports);
         if (succeeded) continue;
+        std::replace(error.begin(), error.end(), '\n', ' '); // one line a failure
         std::fprintf(stderr, "%s:%d: %s\n", path.c_str(), number, error.c_str());
         status = 1;
     }
