@@ -59,7 +59,8 @@ void QLM_CornerPool::Free(QLM_PolygonCorner* corners) {
 
 void QLM_CornerPool::ReleaseEmptyChunks() {
     totalFree -= static_cast<int64_t>(slotsPerChunk) *
-                 static_cast<int64_t>(std::erase_if(chunks, [&](const auto& entry) { return entry.second.freeCount == slotsPerChunk; }));
+                 static_cast<int64_t>(
+                     std::erase_if(chunks, [&](const auto& entry) { return entry.second.freeCount == slotsPerChunk; }));
     current = lastFound = nullptr;
 }
 

@@ -19,7 +19,8 @@ std::string QLM_UtilityManager::GetUniqueName(const std::vector<std::string>& ta
                                               const std::string& extension) {
     const std::string ending = extension.empty() ? std::string() : "." + extension;
     std::string stem = base;
-    if (!ending.empty() && stem.size() > ending.size() && stem.ends_with(ending)) stem.resize(stem.size() - ending.size());
+    if (!ending.empty() && stem.size() > ending.size() && stem.ends_with(ending))
+        stem.resize(stem.size() - ending.size());
     bool isTaken = false;
     int greatest = 0;
     for (const std::string& name : taken) {

@@ -14,7 +14,8 @@ class QLM_SelectionManager : public QLM_Manager {};
 class QLM_UtilityManager : public QLM_Manager {
   public:
     /// base, or "%s (%d)" with the number after the greatest in use. `extension` (without dot) stays at the end.
-    static std::string GetUniqueName(const std::vector<std::string>& taken, const std::string& base, const std::string& extension = {});
+    static std::string GetUniqueName(const std::vector<std::string>& taken, const std::string& base,
+                                     const std::string& extension = {});
     void EnforceMorphAndSelectionSizes(QLM_Mesh*) {}
 };
 

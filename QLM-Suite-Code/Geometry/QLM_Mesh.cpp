@@ -30,7 +30,8 @@ QLM_Mesh::QLM_Mesh(QLM_Object* objectIn) {
 
 QLM_Mesh::~QLM_Mesh() {
     if (QLM_Engine* engine = QLM_GetEngine(); engine && engine->managers)
-        if (QLM_ObjectManager* manager = engine->managers->GetObjectManager()) manager->ForgetMesh(this);
+        if (QLM_ObjectManager* manager = engine->managers->GetObjectManager(); QLM_IsItemUsable(manager))
+            manager->ForgetMesh(this);
     QLM_CornerPools& pools = QLM_CornerPools::Get();
     for (QLM_Polygon& polygon : Polygons) pools.Free(polygon.corners, polygon.count);
     pools.ReleaseEmptyChunks();

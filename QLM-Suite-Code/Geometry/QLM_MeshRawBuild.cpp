@@ -71,7 +71,8 @@ void QLM_Mesh::AfterRawBuild() {
 
 bool QLM_Mesh::ShallWrapUVs() {
     const float* uvs = TextureVertices.GetData();
-    const bool outside = std::any_of(uvs, uvs + 2LL * GetVTCount(), [](float x) { return x < -epsilon || x > 1.0000001f; });
+    const bool outside =
+        std::any_of(uvs, uvs + 2LL * GetVTCount(), [](float x) { return x < -epsilon || x > 1.0000001f; });
     if (!outside) return false;
     const QLM_Engine* engine = QLM_GetEngine();
     if ((engine && engine->autoWrapUVs) || GetBool("autoWrapUVs")) return true;
@@ -145,5 +146,6 @@ void QLM_Mesh::TellManagersOfNewShape() {
     if (!engine || !engine->managers) return;
     engine->managers->ClearShapeDependents();
     if (QLM_VertexWeightManager* manager = engine->managers->GetVertexWeightManager()) manager->ForgetMesh(this);
-    if (QLM_UtilityManager* manager = engine->managers->GetUtilityManager()) manager->EnforceMorphAndSelectionSizes(this);
+    if (QLM_UtilityManager* manager = engine->managers->GetUtilityManager())
+        manager->EnforceMorphAndSelectionSizes(this);
 }

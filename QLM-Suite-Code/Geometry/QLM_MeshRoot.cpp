@@ -50,7 +50,8 @@ void QLM_MeshRoot::BuildVertexPolygons() {
 namespace {
 /// Visits the neighbours of v once each. `stamp` differs from all others that `stamps` has seen.
 template <class Visit>
-void VisitNeighbors(const QLM_PolygonView& view, const int32_t* row, int v, int32_t* stamps, int32_t stamp, Visit visit) {
+void VisitNeighbors(const QLM_PolygonView& view, const int32_t* row, int v, int32_t* stamps, int32_t stamp,
+                    Visit visit) {
     stamps[v] = stamp;
     for (int k = 1; k <= row[0]; ++k) {
         const int p = row[k];

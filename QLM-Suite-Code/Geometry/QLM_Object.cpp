@@ -9,7 +9,8 @@ QLM_Object::QLM_Object() { ReAddToIDMap(); }
 
 QLM_Object::~QLM_Object() {
     if (QLM_Engine* engine = QLM_GetEngine(); engine && engine->managers)
-        if (QLM_ObjectManager* manager = engine->managers->GetObjectManager()) manager->ForgetObject(this);
+        if (QLM_ObjectManager* manager = engine->managers->GetObjectManager(); QLM_IsItemUsable(manager))
+            manager->ForgetObject(this);
     delete mesh;
 }
 
@@ -23,8 +24,8 @@ void QLM_Object::ResolveMorphsAndBounds(bool applyTransform) {
     if (!mesh) return;
     mesh->ResolveMorphs(applyTransform);
     const QLM_SimpleArray<int32_t>& visible = mesh->GetVisibleVertices();
-    const QLM_PointBox box = QLM_CrunchBox(visible.GetCount(), "Transformed_Bounds_ThreadFunc", [&](int i, QLM_PointBox& own) {
-        own.Add(mesh->ResolvedVertices[visible[i]]);
-    });
+    const QLM_PointBox box =
+        QLM_CrunchBox(visible.GetCount(), "Transformed_Bounds_ThreadFunc",
+                      [&](int i, QLM_PointBox& own) { own.Add(mesh->ResolvedVertices[visible[i]]); });
     box.CopyTo(mesh->TransformedBoundsMin, mesh->TransformedBoundsMax);
 }

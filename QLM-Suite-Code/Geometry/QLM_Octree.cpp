@@ -51,7 +51,7 @@ void ClearFlags(QLM_OctreeNode<int32_t>* node, uint32_t bits) {
 struct QLM_OctreeMeshContainer::Build {
     QLM_PointBox box;                              ///< of the visible raw vertices
     std::unique_ptr<int32_t[]> vertexLeaf;         ///< leaf of each vertex, -1 for hidden ones
-    std::unique_ptr<int32_t[]> polygonVertex;      ///< the vertex through which a polygon comes to its leaf, -1 for none
+    std::unique_ptr<int32_t[]> polygonVertex; ///< the vertex through which a polygon comes to its leaf, -1 for none
     std::vector<int32_t> vertexStart, polygonStart; ///< range of each leaf in the visible lists, leaf count + 1
 };
 
@@ -251,7 +251,8 @@ void QLM_OctreeMeshContainer::OctreeBoundsChanged() {
         QLM_TRACE(3);
         for (int i = range.start; i < range.end; ++i) {
             QLM_PointBox box;
-            for (int k = Leaves[i]->FirstVertex; k < Leaves[i]->EndVertex; ++k) box.Add(mesh->ResolvedVertices[vertices[k]]);
+            for (int k = Leaves[i]->FirstVertex; k < Leaves[i]->EndVertex; ++k)
+                box.Add(mesh->ResolvedVertices[vertices[k]]);
             for (int k = outerStart[i]; k < outerStart[i + 1]; ++k) box.Add(mesh->ResolvedVertices[outerVertices[k]]);
             box.CopyTo(Leaves[i]->BoundsMin, Leaves[i]->BoundsMax);
         }

@@ -19,7 +19,8 @@ void QLM_StampingOverlaySize(float brushSize, int viewportWidth, int viewportHei
     // A small brush gets a finer overlay.
     const float side = (1.0f - brushSize) * 8192.0f + brushSize * 1920.0f;
     width = std::max(8, static_cast<int>(std::lround(side)) / 8 * 8);
-    const float aspect = viewportWidth > 0 ? static_cast<float>(viewportHeight) / static_cast<float>(viewportWidth) : 1.0f;
+    const float aspect =
+        viewportWidth > 0 ? static_cast<float>(viewportHeight) / static_cast<float>(viewportWidth) : 1.0f;
     height = std::max(1, static_cast<int>(std::lround(static_cast<float>(width) * aspect)));
 }
 
@@ -54,7 +55,8 @@ void TOverlay_Workhorse::StartStroke(const QLM_StrokeSettings& settingsIn, QLM_I
 void TOverlay_Workhorse::AddPoint(const QLM_MousePoint& point) {
     {
         ThreadLockerScope scope(this);
-        if ((settings.varyStrength ? settings.strength * point.pressure : settings.strength) > WeakestStrength) ++paintedPointCount;
+        if ((settings.varyStrength ? settings.strength * point.pressure : settings.strength) > WeakestStrength)
+            ++paintedPointCount;
         inputPoints.push_back(point);
         // Far off the view nothing is painted, but the way there is walked pixel by pixel.
         inputPoints.back().x = std::clamp(point.x, -FarthestPoint, FarthestPoint);
@@ -149,8 +151,10 @@ void TOverlay_Workhorse::Resample(const QLM_MousePoint& point) {
         AddStamp(point);
         return;
     }
-    const int nx = std::abs(OverlayPixel(point.x, settings.overlayWidth) - OverlayPixel(lastPoint.x, settings.overlayWidth));
-    const int ny = std::abs(OverlayPixel(point.y, settings.overlayHeight) - OverlayPixel(lastPoint.y, settings.overlayHeight));
+    const int nx =
+        std::abs(OverlayPixel(point.x, settings.overlayWidth) - OverlayPixel(lastPoint.x, settings.overlayWidth));
+    const int ny =
+        std::abs(OverlayPixel(point.y, settings.overlayHeight) - OverlayPixel(lastPoint.y, settings.overlayHeight));
     const int count = std::max(nx, ny) + 1;
     for (int i = 1; i <= count; ++i) {
         const float t = static_cast<float>(i) / static_cast<float>(count);
@@ -188,7 +192,8 @@ void TOverlay_Workhorse::ApplyAutoPressure() {
     const int n = static_cast<int>(stampPoints.size());
     const int k = static_cast<int>(settings.autoPressureMidpoint * static_cast<float>(n));
     for (int i = 0; i < n; ++i) {
-        const float factor = i < k ? static_cast<float>(i) / static_cast<float>(k) : static_cast<float>(n - i) / static_cast<float>(n - k);
+        const float factor = i < k ? static_cast<float>(i) / static_cast<float>(k)
+                                   : static_cast<float>(n - i) / static_cast<float>(n - k);
         stampPoints[static_cast<size_t>(i)].pressure *= factor;
     }
 }

@@ -66,7 +66,8 @@ class TOverlay_Workhorse : public QLM_Workhorse {
     std::atomic<uint64_t> pointsGiven{0}, pointsDone{0};
 };
 
-/// Size of the stamping overlay for a brush size and a viewport: round((1 - q) x 8192 + q x 1920) cut to 8, height by the viewport.
+/// Size of the stamping overlay for a brush size and a viewport: round((1 - q) x 8192 + q x 1920) cut to 8, height by
+/// the viewport.
 void QLM_StampingOverlaySize(float brushSize, int viewportWidth, int viewportHeight, int& width, int& height);
 /// Minimal distance of two stamps in normalised x units.
 float QLM_StampDistance(float size, float spacing);

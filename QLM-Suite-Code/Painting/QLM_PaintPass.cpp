@@ -54,11 +54,12 @@ void TouchRepeatingLeaves() {
 
 } // namespace
 
-QLM_PaintPass::QLM_PaintPass(QLM_Object& objectIn, QLM_Viewport& viewportIn, const QLM_PaintBrush_Base& toolIn, const QLM_PaintSettings& settingsIn,
-                             const float* strokeBoundsIn, QLM_ImageMap& overlayIn, const TOverlay_Workhorse& workhorseIn, QLM_PaintBuffers& buffersIn)
-    : object(objectIn), mesh(*objectIn.GetMesh()), viewport(viewportIn), tool(toolIn), settings(settingsIn), overlay(overlayIn),
-      workhorse(workhorseIn), buffers(buffersIn), rasterize(QLM_GetPaintRasterizer(settingsIn.mode)),
-      viewDirection(viewportIn.r4s.camera.viewDirection) {
+QLM_PaintPass::QLM_PaintPass(QLM_Object& objectIn, QLM_Viewport& viewportIn, const QLM_PaintBrush_Base& toolIn,
+                             const QLM_PaintSettings& settingsIn, const float* strokeBoundsIn, QLM_ImageMap& overlayIn,
+                             const TOverlay_Workhorse& workhorseIn, QLM_PaintBuffers& buffersIn)
+    : object(objectIn), mesh(*objectIn.GetMesh()), viewport(viewportIn), tool(toolIn), settings(settingsIn),
+      overlay(overlayIn), workhorse(workhorseIn), buffers(buffersIn),
+      rasterize(QLM_GetPaintRasterizer(settingsIn.mode)), viewDirection(viewportIn.r4s.camera.viewDirection) {
     std::copy_n(strokeBoundsIn, 4, strokeBounds);
 }
 
@@ -83,7 +84,8 @@ bool QLM_PaintPass::IsInAffectedRange(int p) const {
         Extend(point[0], box[0], box[2]);
         Extend(point[1], box[1], box[3]);
     }
-    return box[0] <= strokeBounds[2] && box[2] >= strokeBounds[0] && box[1] <= strokeBounds[3] && box[3] >= strokeBounds[1];
+    return box[0] <= strokeBounds[2] && box[2] >= strokeBounds[0] && box[1] <= strokeBounds[3] &&
+           box[3] >= strokeBounds[1];
 }
 
 void QLM_PaintPass::CollectCandidates() {
@@ -94,7 +96,8 @@ void QLM_PaintPass::CollectCandidates() {
     const auto& visible = mesh.GetVisiblePolygons();
     isCandidate.assign(static_cast<size_t>(mesh.GetPCount()), 0);
     for (const int leaf : leafIndices)
-        for (int i = leaves[static_cast<size_t>(leaf)]->FirstPolygon; i < leaves[static_cast<size_t>(leaf)]->EndPolygon; ++i) {
+        for (int i = leaves[static_cast<size_t>(leaf)]->FirstPolygon; i < leaves[static_cast<size_t>(leaf)]->EndPolygon;
+             ++i) {
             const int p = visible[i];
             if (mesh.GetPolygonVertexCount(p) < 3 || mesh.HasPolygonFlag(p, ePFlag_UVOverlapTest)) continue;
             if (!tool.IsPolygonPaintable(&object, p) || !IsInAffectedRange(p)) continue;
@@ -119,15 +122,19 @@ void QLM_PaintPass::FillVertexWeights() {
 
     QLM_CullingManager* culling = QLM_GetManagers().GetCullingManager();
     const QLM_FadeByAngleManager* fade = QLM_GetManagers().GetFadeByAngleManager();
-    QLM_ThreadCrunch(static_cast<int64_t>(vertices.size()), [&](const ThreadCrunchRange& range) {
-        for (int i = range.start; i < range.end; ++i) {
-            const int v = vertices[static_cast<size_t>(i)];
-            if (culling->IsVertexHidden(&object, v)) continue;
-            float weight = useSelection ? mesh.GetVertexWeight(v) : 1.0f;
-            if (settings.fadeByAngle) weight *= fade->Fade(viewDirection, mesh.VertexNormals[v], settings.excludeBackFaces);
-            vertexWeights[static_cast<size_t>(v)] = weight;
-        }
-    }, "FillVertexWeights");
+    QLM_ThreadCrunch(
+        static_cast<int64_t>(vertices.size()),
+        [&](const ThreadCrunchRange& range) {
+            for (int i = range.start; i < range.end; ++i) {
+                const int v = vertices[static_cast<size_t>(i)];
+                if (culling->IsVertexHidden(&object, v)) continue;
+                float weight = useSelection ? mesh.GetVertexWeight(v) : 1.0f;
+                if (settings.fadeByAngle)
+                    weight *= fade->Fade(viewDirection, mesh.VertexNormals[v], settings.excludeBackFaces);
+                vertexWeights[static_cast<size_t>(v)] = weight;
+            }
+        },
+        "FillVertexWeights");
 }
 
 // One map.
@@ -169,7 +176,8 @@ bool QLM_PaintPass::PrepareMap(QLM_MaterialMapSource& source) {
     options.overlayWidth = overlay.GetWidth();
     options.overlayHeight = overlay.GetHeight();
     // Without a plane nobody knows what is gutter.
-    const bool hasOverdraw = source.Overdraw.GetWidth() == options.targetWidth && source.Overdraw.GetHeight() == options.targetHeight;
+    const bool hasOverdraw =
+        source.Overdraw.GetWidth() == options.targetWidth && source.Overdraw.GetHeight() == options.targetHeight;
     options.overdrawPixels = hasOverdraw ? source.Overdraw.GetPixels() : nullptr;
     affectedUV[0] = affectedUV[1] = 1.0f;
     affectedUV[2] = affectedUV[3] = 0.0f;
@@ -187,15 +195,19 @@ void QLM_PaintPass::BuildList(const QLM_MaterialMapBinding& binding) {
         int8_t& takes = takesPaint[std::min(static_cast<size_t>(material), takesPaint.size() - 1)];
         if (takes < 0) {
             const QLM_Material* used = mesh.GetMaterialOfPolygon(p);
-            takes = used && QLM_MapManager::CanPaintMaterial(mesh.GetMapList(), *used, binding.GetID(), settings.channels, settings.shownChannel);
+            takes = used && QLM_MapManager::CanPaintMaterial(mesh.GetMapList(), *used, binding.GetID(),
+                                                             settings.channels, settings.shownChannel);
         }
         if (!takes) continue;
         entries.push_back({p, triangles, 0, 0, false, false});
         triangles += static_cast<uint32_t>(mesh.GetPolygonVertexCount(p) - 2);
     }
-    QLM_ThreadCrunch(static_cast<int64_t>(entries.size()), [this](const ThreadCrunchRange& range) {
-        for (int i = range.start; i < range.end; ++i) MeasureEntry(entries[static_cast<size_t>(i)]);
-    }, "MeasurePolygons");
+    QLM_ThreadCrunch(
+        static_cast<int64_t>(entries.size()),
+        [this](const ThreadCrunchRange& range) {
+            for (int i = range.start; i < range.end; ++i) MeasureEntry(entries[static_cast<size_t>(i)]);
+        },
+        "MeasurePolygons");
     hasSeams = std::any_of(entries.begin(), entries.end(), [](const Entry& entry) { return entry.hasSeam; });
     if (!hasSeams) return;
     const size_t pixels = static_cast<size_t>(passOptions.targetWidth) * passOptions.targetHeight;
@@ -222,7 +234,8 @@ void QLM_PaintPass::MeasureEntry(Entry& entry) const {
 
 bool QLM_PaintPass::IsOverlayTouched(int p) const {
     const QLM_Polygon& polygon = mesh.GetPolygon(p);
-    const float width = static_cast<float>(passOptions.overlayWidth), height = static_cast<float>(passOptions.overlayHeight);
+    const float width = static_cast<float>(passOptions.overlayWidth),
+                height = static_cast<float>(passOptions.overlayHeight);
     float x0 = 2e30f, y0 = 2e30f, x1 = -2e30f, y1 = -2e30f;
     for (int i = 0; i < polygon.count; ++i) {
         const float* point = screen->points.data() + static_cast<size_t>(polygon.corners[i].vertex) * 3;
@@ -232,9 +245,11 @@ bool QLM_PaintPass::IsOverlayTouched(int p) const {
     // The tolerance at edges and the filter read a little beyond.
     const float marginX = 2.0f + 0.001f * (x1 - x0), marginY = 2.0f + 0.001f * (y1 - y0);
     x0 -= marginX, x1 += marginX, y0 -= marginY, y1 += marginY;
-    return workhorse.IsTouched(x0, y0, x1, y1) || (settings.mirrorX && workhorse.IsTouched(width - x1, y0, width - x0, y1)) ||
+    return workhorse.IsTouched(x0, y0, x1, y1) ||
+           (settings.mirrorX && workhorse.IsTouched(width - x1, y0, width - x0, y1)) ||
            (settings.mirrorY && workhorse.IsTouched(x0, height - y1, x1, height - y0)) ||
-           (settings.mirrorX && settings.mirrorY && workhorse.IsTouched(width - x1, height - y1, width - x0, height - y0));
+           (settings.mirrorX && settings.mirrorY &&
+            workhorse.IsTouched(width - x1, height - y1, width - x0, height - y0));
 }
 
 void QLM_PaintPass::BuildBands() {
@@ -260,15 +275,17 @@ void QLM_PaintPass::BuildBands() {
 void QLM_PaintPass::PaintBands() {
     std::atomic<size_t> nextBand{0};
     std::vector<std::vector<int32_t>> written(QLM_MaximumThreads);
-    QLM_ThreadCrunchEachThread([&](const ThreadCrunchRange& range) {
-        Worker worker;
-        worker.options = passOptions;
-        for (size_t band = nextBand++; band < bands.size(); band = nextBand++) {
-            QLM_RandomDelay();
-            PaintBand(band, worker);
-        }
-        written[static_cast<size_t>(range.threadIndex)] = std::move(worker.written);
-    }, "PaintPolygons_Multithreaded");
+    QLM_ThreadCrunchEachThread(
+        [&](const ThreadCrunchRange& range) {
+            Worker worker;
+            worker.options = passOptions;
+            for (size_t band = nextBand++; band < bands.size(); band = nextBand++) {
+                QLM_RandomDelay();
+                PaintBand(band, worker);
+            }
+            written[static_cast<size_t>(range.threadIndex)] = std::move(worker.written);
+        },
+        "PaintPolygons_Multithreaded");
     for (const std::vector<int32_t>& list : written)
         for (const int32_t entry : list) entries[static_cast<size_t>(entry)].written = true;
 }
@@ -303,14 +320,16 @@ void QLM_PaintPass::PaintBand(size_t band, Worker& worker) const {
 float QLM_PaintPass::CornerWeight(int p, int i) const {
     float weight = vertexWeights[static_cast<size_t>(mesh.GetPolygonRawVertex(p, i))];
     if (settings.fadeByAngle && mesh.GetMaxSmoothingAngle() <= WidestSmoothingAngle)
-        weight *= QLM_GetManagers().GetFadeByAngleManager()->Fade(viewDirection, mesh.GetCornerNormal(p, i), settings.excludeBackFaces);
+        weight *= QLM_GetManagers().GetFadeByAngleManager()->Fade(viewDirection, mesh.GetCornerNormal(p, i),
+                                                                  settings.excludeBackFaces);
     if (settings.polygonSelection && mesh.HasSelection()) weight *= *mesh.PolygonWeights[p];
     return weight;
 }
 
 void QLM_PaintPass::LoadCorners(const Entry& entry, Worker& worker) const {
     const QLM_Polygon& polygon = mesh.GetPolygon(entry.polygon);
-    const float width = static_cast<float>(passOptions.targetWidth), height = static_cast<float>(passOptions.targetHeight);
+    const float width = static_cast<float>(passOptions.targetWidth),
+                height = static_cast<float>(passOptions.targetHeight);
     worker.corners.resize(static_cast<size_t>(polygon.count));
     for (int i = 0; i < polygon.count; ++i) {
         const QLM_PolygonCorner& corner = polygon.corners[i];
@@ -335,8 +354,9 @@ template <class Body> void QLM_PaintPass::ForEachTriangle(const Entry& entry, Wo
         options.expandSeams = fan[0]->isSeam || fan[1]->isSeam || fan[2]->isSeam;
         options.listIndex = entry.firstTriangle + static_cast<uint32_t>(i - 2);
         // A refused triangle paints nothing, but the gutter pixels that it owns stay its own.
-        const bool hasStrength = (fan[0]->vertex.strength > 0 || fan[1]->vertex.strength > 0 || fan[2]->vertex.strength > 0) &&
-                                 tool.AcceptTriangle(options);
+        const bool hasStrength =
+            (fan[0]->vertex.strength > 0 || fan[1]->vertex.strength > 0 || fan[2]->vertex.strength > 0) &&
+            tool.AcceptTriangle(options);
         body(options, hasStrength);
     }
 }
@@ -363,7 +383,8 @@ void QLM_PaintPass::ClearClaims(const QLM_RasterizeOptions& options) const {
 // What the workers did, back on the main thread.
 
 void QLM_PaintPass::MergeResults(QLM_MaterialMapSource& source) {
-    const float marginU = 2.0f / static_cast<float>(passOptions.targetWidth), marginV = 2.0f / static_cast<float>(passOptions.targetHeight);
+    const float marginU = 2.0f / static_cast<float>(passOptions.targetWidth),
+                marginV = 2.0f / static_cast<float>(passOptions.targetHeight);
     int written = 0;
     for (const Entry& entry : entries) {
         if (!entry.written) continue;
@@ -395,7 +416,8 @@ void QLM_PaintPass::RefreshSnapshot(QLM_ImageMap& map) const {
     QLM_ImageMapBuffer* buffer = QLM_GetManagers().GetMapManager()->GetBufferWorkhorse()->GetBuffer(&map, false);
     if (!buffer) return;
     const float width = static_cast<float>(map.GetWidth()), height = static_cast<float>(map.GetHeight());
-    const uint32_t x0 = static_cast<uint32_t>(affectedUV[0] * width), y0 = static_cast<uint32_t>(affectedUV[1] * height);
+    const uint32_t x0 = static_cast<uint32_t>(affectedUV[0] * width),
+                   y0 = static_cast<uint32_t>(affectedUV[1] * height);
     const uint32_t x1 = std::min(map.GetWidth(), static_cast<uint32_t>(std::ceil(affectedUV[2] * width)));
     const uint32_t y1 = std::min(map.GetHeight(), static_cast<uint32_t>(std::ceil(affectedUV[3] * height)));
     buffer->RefreshRect(x0, y0, x1 - x0, y1 - y0);

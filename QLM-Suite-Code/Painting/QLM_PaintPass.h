@@ -23,7 +23,7 @@ struct QLM_PaintSettings {
     float color[4] = {1, 1, 1, 1}; ///< RGB and strength
     int mode = 0;
     bool mirrorX = false, mirrorY = false, lockAlpha = false;
-    bool channels[8] = {};         ///< see QLM_ToolManager::paintChannels
+    bool channels[8] = {}; ///< see QLM_ToolManager::paintChannels
     std::string shownChannel;
     bool fadeByAngle = false, excludeBackFaces = false;
     bool polygonSelection = false;
@@ -34,13 +34,14 @@ struct QLM_PaintBuffers {
     QLM_ZeroedBlock<uint32_t> gutterOwner;
 };
 
-/// Main thread; Run fans out. A map's result is that of painting the polygons one after another in list order (ascending
-/// index), whatever the number of workers: they own bands of rows and read the map from before the stroke.
+/// Main thread; Run fans out. A map's result is that of painting the polygons one after another in list order
+/// (ascending index), whatever the number of workers: they own bands of rows and read the map from before the stroke.
 class QLM_PaintPass {
   public:
     /// `strokeBounds` is the normalised rectangle that the stroke can have reached; `overlay` has its final size.
-    QLM_PaintPass(QLM_Object& object, QLM_Viewport& viewport, const QLM_PaintBrush_Base& tool, const QLM_PaintSettings& settings,
-                  const float* strokeBounds, QLM_ImageMap& overlay, const TOverlay_Workhorse& workhorse, QLM_PaintBuffers& buffers);
+    QLM_PaintPass(QLM_Object& object, QLM_Viewport& viewport, const QLM_PaintBrush_Base& tool,
+                  const QLM_PaintSettings& settings, const float* strokeBounds, QLM_ImageMap& overlay,
+                  const TOverlay_Workhorse& workhorse, QLM_PaintBuffers& buffers);
     /// Paints every map of the object; the number of polygons that left something.
     int Run();
     /// UV range painted in the last map (min u, min v, max u, max v); empty when the minimum exceeds the maximum.
@@ -49,7 +50,7 @@ class QLM_PaintPass {
   private:
     struct Entry {
         int32_t polygon;
-        uint32_t firstTriangle;  ///< number of the fan's first triangle in the pass
+        uint32_t firstTriangle;   ///< number of the fan's first triangle in the pass
         int32_t firstRow, endRow; ///< rows of the map that it can reach
         bool hasSeam;
         bool written;
@@ -97,9 +98,9 @@ class QLM_PaintPass {
     const QLM_RasterizeFunction rasterize;
     const float* viewDirection;
 
-    std::vector<uint8_t> isCandidate;   ///< by polygon
+    std::vector<uint8_t> isCandidate; ///< by polygon
     std::vector<int32_t> candidates;
-    std::vector<float> vertexWeights;   ///< by vertex, filled for those of candidates
+    std::vector<float> vertexWeights;        ///< by vertex, filled for those of candidates
     QLM_MaterialMapSource* target = nullptr; ///< the layer's member that is painted
     QLM_RasterizeOptions passOptions;
     bool hasSeams = false;

@@ -10,8 +10,14 @@ namespace {
 constexpr size_t RandomByteCount = 1234567;
 
 /// x^6, x^16: integer powers by multiplication are the same on every machine.
-float Power6(float x) { const float x2 = x * x; return x2 * x2 * x2; }
-float Power4(float x) { const float x2 = x * x; return x2 * x2; }
+float Power6(float x) {
+    const float x2 = x * x;
+    return x2 * x2 * x2;
+}
+float Power4(float x) {
+    const float x2 = x * x;
+    return x2 * x2;
+}
 float Power16(float x) { return Power4(Power4(x)); }
 
 /// Part of the tip's pixels that a stamp keeps.
@@ -32,7 +38,8 @@ void QLM_StampCanvas::BuildCurve(const QLM_StrokeSettings& settings, float p, fl
     for (int i = 0; i < 256; ++i) {
         float x = static_cast<float>(i) / 255.0f;
         // A light pressure keeps only the middle of the tip.
-        if (settings.varySize) x = p > 1e-5f ? std::clamp(std::min(1.0f, std::max(0.0f, x - (1.0f - p))) / p, 0.0f, 1.0f) : 0.0f;
+        if (settings.varySize)
+            x = p > 1e-5f ? std::clamp(std::min(1.0f, std::max(0.0f, x - (1.0f - p))) / p, 0.0f, 1.0f) : 0.0f;
         float c = std::min(255.0f, k * (255.0f * x) + 255.0f * x) / 255.0f;
         if (soft) {
             const float g = Power16(c);
@@ -53,7 +60,8 @@ template <class Visit> void QLM_StampCanvas::ForEachTouchedTile(Visit visit) con
     for (int row = 0; row < tileRows; ++row)
         for (int column = 0; column < tileColumns; ++column) {
             if (!tiles[static_cast<size_t>(row) * tileColumns + column]) continue;
-            visit(Box{column * TileSide, row * TileSide, std::min(width, (column + 1) * TileSide), std::min(height, (row + 1) * TileSide)});
+            visit(Box{column * TileSide, row * TileSide, std::min(width, (column + 1) * TileSide),
+                      std::min(height, (row + 1) * TileSide)});
         }
 }
 
@@ -132,7 +140,8 @@ void QLM_StampCanvas::MarkTiles(const Box& box, int left, int bottom) {
         first = std::max(first, box.x0);
         end = std::min(end, box.x1);
         if (first >= end) continue;
-        std::fill_n(tiles.begin() + static_cast<ptrdiff_t>(tileRow) * tileColumns + first / TileSide, (end - 1) / TileSide - first / TileSide + 1, uint8_t{1});
+        std::fill_n(tiles.begin() + static_cast<ptrdiff_t>(tileRow) * tileColumns + first / TileSide,
+                    (end - 1) / TileSide - first / TileSide + 1, uint8_t{1});
     }
 }
 
@@ -150,7 +159,8 @@ void QLM_StampCanvas::Stamp(float x, float y, float pressure) {
 
     const int left = static_cast<int>((x + 1.0f) * 0.5f * static_cast<float>(width)) - tipWidth / 2;
     const int bottom = static_cast<int>((y + 1.0f) * 0.5f * static_cast<float>(height)) - tipHeight / 2;
-    const Box box{std::max(left, 0), std::max(bottom, 0), std::min(left + tipWidth, width), std::min(bottom + tipHeight, height)};
+    const Box box{std::max(left, 0), std::max(bottom, 0), std::min(left + tipWidth, width),
+                  std::min(bottom + tipHeight, height)};
     if (box.x0 >= box.x1 || box.y0 >= box.y1) return;
     MarkTiles(box, left, bottom);
 
@@ -171,7 +181,8 @@ void QLM_StampCanvas::Stamp(float x, float y, float pressure) {
 
 bool QLM_StampCanvas::IsTouched(float x0, float y0, float x1, float y1) const {
     if (!(x1 >= 0 && y1 >= 0 && x0 < static_cast<float>(width) && y0 < static_cast<float>(height))) return false;
-    const int column0 = static_cast<int>(std::max(x0, 0.0f)) / TileSide, row0 = static_cast<int>(std::max(y0, 0.0f)) / TileSide;
+    const int column0 = static_cast<int>(std::max(x0, 0.0f)) / TileSide,
+              row0 = static_cast<int>(std::max(y0, 0.0f)) / TileSide;
     const int column1 = static_cast<int>(std::min(x1, static_cast<float>(width - 1))) / TileSide;
     const int row1 = static_cast<int>(std::min(y1, static_cast<float>(height - 1))) / TileSide;
     for (int row = row0; row <= row1; ++row)

@@ -8,7 +8,7 @@
 struct QLM_StrokeSettings {
     bool varyStrength = false, varyDensity = false, varyHardness = false, varySize = false;
     float size = 0.1f, hardness = 0, strength = 1, spacing = 0.1f, density = 1;
-    float aspect = 1.0f;         ///< overlay height / width
+    float aspect = 1.0f; ///< overlay height / width
     bool autoPressure = false;
     float autoPressureMidpoint = 0.05f, smoothing = 0.0f;
     int overlayWidth = 0, overlayHeight = 0;
@@ -37,7 +37,9 @@ class QLM_StampCanvas {
 
   private:
     static constexpr int TileSide = 32;
-    struct Box { int x0, y0, x1, y1; }; ///< ends not included
+    struct Box {
+        int x0, y0, x1, y1;
+    }; ///< ends not included
     void ClearTouched();
     void MarkTiles(const Box& box, int left, int bottom);
     void StampRow(uint8_t* bytes, float* sums, const uint8_t* tipRow, int count);

@@ -57,19 +57,27 @@ QLM_BrushProperties& QLM_PaintBrush_Base::Properties() const {
 }
 
 QLM_TouchupBrush::QLM_TouchupBrush() {
-    ToolFlags |= eTool_FadeByAngle | eTool_MirroredStrokes | eTool_Culling | eTool_NoMirrorEvents | eTool_ShiftLocksAxis;
+    ToolFlags |=
+        eTool_FadeByAngle | eTool_MirroredStrokes | eTool_Culling | eTool_NoMirrorEvents | eTool_ShiftLocksAxis;
 }
 
 void QLM_TouchupBrush::InitializeParameters() {
     QLM_PaintBrush_Base::InitializeParameters();
     BuildBrushParameters();
-    auto* parameter = new QLM_Parameter(QLM_ParameterType::Float, "Stroke Smoothing", "Smooths the path of a stroke when it ends.", &smoothing);
+    auto* parameter = new QLM_Parameter(QLM_ParameterType::Float, "Stroke Smoothing",
+                                        "Smooths the path of a stroke when it ends.", &smoothing);
     parameter->IsPercent = true;
     Parameters.push_back(parameter);
 }
 
 void QLM_TouchupBrush::OnDeactivate() {
     QLM_PaintBrush_Base::OnDeactivate();
+    if (Painting) {
+        // The release goes to another tool: the stroke ends without a trace.
+        Workhorse().Stop(true);
+        Painting = false;
+        QLM_GetManagers().GetToolManager()->AfterPaint();
+    }
     buffers.gutterOwner.Free();
 }
 
@@ -89,16 +97,19 @@ void QLM_TouchupBrush::GetColor(float* rgba) const {
 bool QLM_TouchupBrush::MayPaint(QLM_Viewport* viewport) const {
     if (const QLM_MapLayer* layer = QLM_GetManagers().GetLayerManager()->GetCurrentMapLayer()) {
         if (layer->IsHidden() || layer->IsLocked()) {
-            QLM_OS::Get().PrintMessage("The image map layer '%s' is %s", layer->GetName(), layer->IsHidden() ? "hidden" : "locked");
+            QLM_OS::Get().PrintMessage("The image map layer '%s' is %s", layer->GetName(),
+                                       layer->IsHidden() ? "hidden" : "locked");
             return false;
         }
     }
     if (viewport->DisplayMode != TexturedDisplayMode) {
-        QLM_OS::Get().PrintMessage("Please choose a texture channel (color, bump, etc.) from the \"Viewports - Display Mode...\" menu.");
+        QLM_OS::Get().PrintMessage(
+            "Please choose a texture channel (color, bump, etc.) from the \"Viewports - Display Mode...\" menu.");
         return false;
     }
     const QLM_ToolManager* manager = QLM_GetManagers().GetToolManager();
-    if (std::none_of(std::begin(manager->paintChannels), std::end(manager->paintChannels), [](bool on) { return on; })) {
+    if (std::none_of(std::begin(manager->paintChannels), std::end(manager->paintChannels),
+                     [](bool on) { return on; })) {
         QLM_PostEvent(QLM_Event_RefreshToolSettings);
         QLM_OS::Get().PrintMessage("Please choose at least one \"Painting Channel\" (e.g. Current, Color, Bump, etc.)");
         return false;
@@ -117,7 +128,8 @@ void QLM_TouchupBrush::CopySettings(QLM_Viewport* viewport) {
     std::copy(std::begin(manager->paintChannels), std::end(manager->paintChannels), settings.channels);
     settings.shownChannel = viewport->MaterialChannelName;
     settings.fadeByAngle = (ToolFlags & eTool_FadeByAngle) && QLM_GetManagers().GetFadeByAngleManager()->Enabled;
-    settings.excludeBackFaces = UsesCulling() && QLM_GetManagers().GetCullingManager()->GetEffectiveMethod() != QLM_CullingMethod::None;
+    settings.excludeBackFaces =
+        UsesCulling() && QLM_GetManagers().GetCullingManager()->GetEffectiveMethod() != QLM_CullingMethod::None;
     settings.polygonSelection = QLM_GetEngine()->selectionMode == 1;
 }
 
@@ -213,8 +225,10 @@ bool QLM_TouchupBrush::BuildPreview(QLM_Viewport* viewport, std::vector<uint8_t>
     height = static_cast<int>(overlay.GetHeight());
     rgba.assign(static_cast<size_t>(width) * height * 4, 0);
     QLM_RenderState& render = viewport->r4s;
-    const uint8_t *unlit = render.UnlitRenderedPixels.GetPixels(), *onModel = render.PolygonIDMask.GetPixels(), *stamped = overlay.GetPixels();
-    const int viewWidth = static_cast<int>(render.PolygonIDMask.GetWidth()), viewHeight = static_cast<int>(render.PolygonIDMask.GetHeight());
+    const uint8_t *unlit = render.UnlitRenderedPixels.GetPixels(), *onModel = render.PolygonIDMask.GetPixels(),
+                  *stamped = overlay.GetPixels();
+    const int viewWidth = static_cast<int>(render.PolygonIDMask.GetWidth()),
+              viewHeight = static_cast<int>(render.PolygonIDMask.GetHeight());
     if (!unlit || !onModel) return false;
 
     const int strength = QLM_FloatToByte(settings.color[3]);
@@ -226,7 +240,8 @@ bool QLM_TouchupBrush::BuildPreview(QLM_Viewport* viewport, std::vector<uint8_t>
             const uint8_t alpha = T(strength * stamped[to]);
             if (onModel[from] == 0 || alpha == 0) continue;
             const uint8_t weight = QLM_MixCurveAt(255, alpha);
-            for (size_t c = 0; c < 3; ++c) rgba[to * 4 + c] = QLM_MixByte(unlit[from * 3 + c], QLM_FloatToByte(settings.color[c]), weight);
+            for (size_t c = 0; c < 3; ++c)
+                rgba[to * 4 + c] = QLM_MixByte(unlit[from * 3 + c], QLM_FloatToByte(settings.color[c]), weight);
             rgba[to * 4 + 3] = 255;
         }
     }
@@ -281,10 +296,14 @@ void QLM_TouchupBrush::FinalizePainting(QLM_Viewport* viewport) {
     QLM_ViewportManager* viewports = QLM_GetManagers().GetViewportManager();
     // A picture that is being drawn reads the maps that change now.
     viewports->AbortRender();
-    if (auto* overdraw = dynamic_cast<QLM_OverdrawBufferWorkhorse*>(QLM_GetManagers().GetMapManager()->overdrawWorkhorse)) overdraw->ResolveRequests();
+    if (auto* overdraw =
+            dynamic_cast<QLM_OverdrawBufferWorkhorse*>(QLM_GetManagers().GetMapManager()->overdrawWorkhorse))
+        overdraw->ResolveRequests();
     int painted = 0;
     for (QLM_Object* object : QLM_GetManagers().GetObjectManager()->GetObjects(true)) {
-        if (object->IsHidden() || object->IsCompletelyLocked() || !object->GetMesh() || object->GetMesh()->GetPCount() == 0) continue;
+        if (object->IsHidden() || object->IsCompletelyLocked() || !object->GetMesh() ||
+            object->GetMesh()->GetPCount() == 0)
+            continue;
         painted += ApplyPaint(object, viewport);
     }
     if (painted > 0) QLM_GetEngine()->SetProjectChanged();
@@ -302,7 +321,8 @@ int QLM_TouchupBrush::ApplyPaint(QLM_Object* object, QLM_Viewport* viewport) {
 int QLM_ColorBrush::GetPaintMode() const { return paintTypes[typeIndex].mode; }
 
 void QLM_ColorBrush::InitializeParameters() {
-    auto* type = new QLM_Parameter(QLM_ParameterType::Choice, "Type", "How the paint mixes with what is there.", &typeIndex);
+    auto* type =
+        new QLM_Parameter(QLM_ParameterType::Choice, "Type", "How the paint mixes with what is there.", &typeIndex);
     for (const auto& entry : paintTypes) {
         auto* choice = new QLM_Parameter(QLM_ParameterType::Radio, entry.label, "", &typeIndex);
         choice->ID = entry.mode;

@@ -5,6 +5,10 @@
 #include <cmath>
 #include <cstdint>
 
+/// Four floats that are computed with as one; a lane gets what a scalar would.
+typedef float QLM_Lanes __attribute__((vector_size(16)));
+typedef int32_t QLM_IntLanes __attribute__((vector_size(16)));
+
 namespace QLM_Filter {
 /// Cell and fraction of one axis.
 struct Tap {
@@ -23,17 +27,19 @@ inline Tap RepeatTap(float position, int32_t size) {
     if (low < 0) low += size;
     return {low, low + 1 == size ? 0 : low + 1, p - cell};
 }
+template <int n> QLM_Lanes LoadLanes(const uint8_t* p) {
+    const QLM_IntLanes lanes = {p[0], n > 1 ? p[1 % n] : 0, n > 2 ? p[2 % n] : 0, n > 3 ? p[3 % n] : 0};
+    return __builtin_convertvector(lanes, QLM_Lanes);
+}
 // Nested a + (b - a) t: equal neighbours give exactly their value.
 template <int n> void Bilinear(const uint8_t* pixels, int32_t width, const Tap& x, const Tap& y, uint8_t* out) {
-    const uint8_t* a = pixels + (static_cast<int64_t>(y.low) * width + x.low) * n;
-    const uint8_t* b = pixels + (static_cast<int64_t>(y.low) * width + x.high) * n;
-    const uint8_t* c = pixels + (static_cast<int64_t>(y.high) * width + x.low) * n;
-    const uint8_t* d = pixels + (static_cast<int64_t>(y.high) * width + x.high) * n;
-    for (int i = 0; i < n; ++i) {
-        const float bottom = a[i] + (b[i] - a[i]) * x.t;
-        const float top = c[i] + (d[i] - c[i]) * x.t;
-        out[i] = static_cast<uint8_t>(bottom + (top - bottom) * y.t);
-    }
+    const uint8_t* low = pixels + static_cast<int64_t>(y.low) * width * n;
+    const uint8_t* high = pixels + static_cast<int64_t>(y.high) * width * n;
+    const QLM_Lanes a = LoadLanes<n>(low + x.low * n), b = LoadLanes<n>(low + x.high * n);
+    const QLM_Lanes c = LoadLanes<n>(high + x.low * n), d = LoadLanes<n>(high + x.high * n);
+    const QLM_Lanes bottom = a + (b - a) * x.t, top = c + (d - c) * x.t;
+    const QLM_IntLanes mixed = __builtin_convertvector(bottom + (top - bottom) * y.t, QLM_IntLanes);
+    for (int i = 0; i < n; ++i) out[i] = static_cast<uint8_t>(mixed[i]);
 }
 } // namespace QLM_Filter
 

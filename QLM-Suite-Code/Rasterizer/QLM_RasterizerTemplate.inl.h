@@ -120,6 +120,41 @@ class QLM_TriangleSetup {
     float b1x, b1y, b2x, b2y;
 };
 
+/// What a screen pass needs at each pixel, taken out of the block once a triangle: a store into a plane of bytes could
+/// change any field of the block, as far as the compiler knows.
+struct QLM_ScreenTriangle {
+    explicit QLM_ScreenTriangle(const QLM_RasterizeOptions& o)
+        : pixels(o.targetPixels), unlit(o.unlitPixels), ids(o.idMask), depth(o.depthBuffer), owners(o.depthOwner), owner(o.listIndex + 1),
+          id(o.idValue), source(o.sourcePixels), mask(o.sourceMask), sourceWidth(static_cast<int32_t>(o.sourceWidth)),
+          sourceHeight(static_cast<int32_t>(o.sourceHeight)) {
+        std::copy(o.colorBytes, o.colorBytes + 3, color);
+        QLM_Lanes corner[3];
+        for (int i = 0; i < 3; ++i) {
+            const QLM_RasterizeVertex& v = o.vertex[i];
+            corner[i] = QLM_Lanes{v.w == 1.0f ? v.depth : v.depth / v.w, v.light, v.u, v.v};
+        }
+        base = corner[0];
+        along1 = corner[1] - corner[0];
+        along2 = corner[2] - corner[0];
+    }
+    /// Depth, light, u and v at a pixel.
+    QLM_Lanes At(float b1, float b2) const { return base + b1 * along1 + b2 * along2; }
+
+    uint8_t* pixels;
+    uint8_t* unlit;
+    uint8_t* ids;
+    float* depth;
+    uint32_t* owners;
+    uint32_t owner;
+    uint8_t id, color[3];
+    const uint8_t* source;
+    const uint8_t* mask;
+    int32_t sourceWidth, sourceHeight;
+
+  private:
+    QLM_Lanes base, along1, along2;
+};
+
 /// Base of the pixel policies.
 struct QLM_Shader {
     static constexpr bool usesSource = false;
@@ -131,9 +166,36 @@ template <class Shader, class ColorFilter, class AlphaFilter, class Sample, uint
 class QLM_RasterizerTemplateF : public Shader {
   public:
     static void RasterizeTriangle(QLM_RasterizeOptions& o) {
-        QLM_TriangleSetup setup;
+        QLM_TriangleSetup fresh;
         const bool gutter = (Flags & eRaster_Gutter) && o.expandSeams;
-        if (!setup.SetUp(o, gutter, gutter ? 1 : 0)) return;
+        if (!fresh.SetUp(o, gutter, gutter ? 1 : 0)) return;
+        const QLM_TriangleSetup setup = fresh; // a copy that nothing points to may live in registers
+        if constexpr (Flags & eRaster_DepthTest) {
+            const QLM_ScreenTriangle triangle(o);
+            bool written = false;
+            const int64_t width = o.targetWidth;
+            for (int y = setup.y0; y <= setup.y1; ++y) {
+                int first = setup.x0, last = setup.x1;
+                setup.ClipRow(y, first, last);
+                bool wasInside = false;
+                for (int x = first; x <= last; ++x) {
+                    float b1, b2;
+                    if (setup.At(x, y, b1, b2)) {
+                        wasInside = true;
+                        written |= DrawScreenPixel(triangle, y * width + x, b1, b2);
+                    } else if (wasInside) {
+                        break;
+                    }
+                }
+            }
+            o.written |= written;
+        } else {
+            ScanWithGutter(o, setup, gutter);
+        }
+    }
+
+  private:
+    static void ScanWithGutter(QLM_RasterizeOptions& o, const QLM_TriangleSetup& setup, bool gutter) {
         for (int y = setup.y0; y <= setup.y1; ++y) {
             int first = setup.x0, last = setup.x1;
             if (!gutter) setup.ClipRow(y, first, last);
@@ -156,7 +218,21 @@ class QLM_RasterizerTemplateF : public Shader {
         }
     }
 
-  private:
+    static bool DrawScreenPixel(const QLM_ScreenTriangle& t, int64_t pixel, float b1, float b2) {
+        const QLM_Lanes values = t.At(b1, b2);
+        const float depth = values[0], stored = t.depth[pixel];
+        if (!(depth > stored || (depth == stored && t.owner <= t.owners[pixel]))) return false;
+        t.depth[pixel] = depth;
+        t.owners[pixel] = t.owner;
+        uint8_t color[4] = {t.color[0], t.color[1], t.color[2], 255};
+        if constexpr (ColorFilter::samples) {
+            ColorFilter::Sample(t.source, t.sourceWidth, t.sourceHeight, values[2], values[3], color);
+            if (t.mask) AlphaFilter::Sample(t.mask, t.sourceWidth, t.sourceHeight, values[2], values[3], color + 3);
+        }
+        Shader::Write(t, pixel, color, values[1]);
+        return true;
+    }
+
     static float Mix(float v0, float v1, float v2, float b1, float b2) { return v0 + b1 * (v1 - v0) + b2 * (v2 - v0); }
 
     static void DrawPixel(QLM_RasterizeOptions& o, int64_t pixel, float b1, float b2) {
@@ -181,27 +257,10 @@ class QLM_RasterizerTemplateF : public Shader {
             if (alpha == 0) return;
             Shader::Write(o, pixel, color, alpha);
         } else {
-            if constexpr (Flags & eRaster_DepthTest) {
-                const float depth = Mix(Depth(v[0]), Depth(v[1]), Depth(v[2]), b1, b2);
-                float& stored = o.depthBuffer[pixel];
-                uint32_t& owner = o.depthOwner[pixel];
-                if (!(depth > stored || (depth == stored && o.listIndex + 1 <= owner))) return;
-                stored = depth;
-                owner = o.listIndex + 1;
-            }
-            uint8_t color[4] = {o.colorBytes[0], o.colorBytes[1], o.colorBytes[2], 255};
-            if constexpr (ColorFilter::samples) {
-                const float u = Mix(v[0].u, v[1].u, v[2].u, b1, b2), w = Mix(v[0].v, v[1].v, v[2].v, b1, b2);
-                ColorFilter::Sample(o.sourcePixels, static_cast<int32_t>(o.sourceWidth), static_cast<int32_t>(o.sourceHeight), u, w, color);
-                if constexpr (Flags & eRaster_SourceAlpha)
-                    if (o.sourceMask)
-                        AlphaFilter::Sample(o.sourceMask, static_cast<int32_t>(o.sourceWidth), static_cast<int32_t>(o.sourceHeight), u, w, color + 3);
-            }
-            Shader::Write(o, pixel, color, Mix(v[0].light, v[1].light, v[2].light, b1, b2));
+            Shader::Write(o, pixel, o.colorBytes);
         }
         o.written = true;
     }
-    static float Depth(const QLM_RasterizeVertex& v) { return v.w == 1.0f ? v.depth : v.depth / v.w; }
 };
 
 /// A paint pass: colour from a picture of four bytes a pixel with wrap, alpha from the overlay.

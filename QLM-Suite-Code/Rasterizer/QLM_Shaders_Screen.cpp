@@ -2,22 +2,26 @@
 
 #include "Rasterizer/QLM_RasterizerTemplate.inl.h"
 
+#include <cstring>
+
 namespace {
 
 /// Replaces colour, alpha, unlit colour and ID; the template has tested and stored the depth.
 struct QLM_Shader_RGBA_Replace : QLM_Shader {
-    static void Write(QLM_RasterizeOptions& o, int64_t pixel, const uint8_t* color, float light) {
-        const int l = QLM_ClampByte(static_cast<int>(light * 255.0f));
-        uint8_t* target = o.targetPixels + pixel * 4;
-        for (int i = 0; i < 3; ++i) target[i] = T(color[i] * l);
-        target[3] = color[3];
-        if (o.unlitPixels) std::copy(color, color + 3, o.unlitPixels + pixel * 3);
-        if (o.idMask) o.idMask[pixel] = o.idValue;
+    static void Write(const QLM_ScreenTriangle& t, int64_t pixel, const uint8_t* color, float light) {
+        const uint32_t l = QLM_ClampByte(static_cast<int>(light * 255.0f));
+        uint8_t* target = t.pixels + pixel * 4;
+        // The product table's x / 255 in integers, exact up to 65535: a table as big as the cache would push the map out.
+        const uint8_t lit[4] = {Divide255(color[0] * l), Divide255(color[1] * l), Divide255(color[2] * l), color[3]};
+        std::memcpy(target, lit, 4);
+        if (t.unlit) std::memcpy(t.unlit + pixel * 3, color, 3);
+        if (t.ids) t.ids[pixel] = t.id;
     }
+    static uint8_t Divide255(uint32_t x) { return static_cast<uint8_t>(x * 32897u >> 23); }
 };
 
 struct QLM_Shader_GreyScale_Replace : QLM_Shader {
-    static void Write(QLM_RasterizeOptions& o, int64_t pixel, const uint8_t* color, float) { o.targetPixels[pixel] = color[0]; }
+    static void Write(QLM_RasterizeOptions& o, int64_t pixel, const uint8_t* color) { o.targetPixels[pixel] = color[0]; }
 };
 
 template <class ColorFilter, class AlphaFilter>

@@ -14,7 +14,8 @@
 
 namespace {
 
-constexpr const char* MethodNames[] = {"None", "Backface", "SmartCulling", "PerVertex", "PerPolygon", "PerPixel", "PerPixelHard"};
+constexpr const char* MethodNames[] = {"None",       "Backface", "SmartCulling", "PerVertex",
+                                       "PerPolygon", "PerPixel", "PerPixelHard"};
 constexpr int8_t Unknown = -1;
 
 /// True when a polygon around the vertex faces the viewer.
@@ -34,7 +35,8 @@ const char* QLM_CullingMethodName(QLM_CullingMethod method) {
 QLM_CullingMethod QLM_CullingMethodFromName(const std::string& name, bool* known) {
     const auto found = std::find(std::begin(MethodNames), std::end(MethodNames), name);
     if (known) *known = found != std::end(MethodNames);
-    return found == std::end(MethodNames) ? QLM_CullingMethod::PerVertex : static_cast<QLM_CullingMethod>(found - std::begin(MethodNames));
+    return found == std::end(MethodNames) ? QLM_CullingMethod::PerVertex
+                                          : static_cast<QLM_CullingMethod>(found - std::begin(MethodNames));
 }
 
 void QLM_CullingManager::Clear() { OnViewChanged(); }
@@ -63,7 +65,8 @@ float QLM_CullingManager::GetVertexVisibility(QLM_Object* object, int vertex) {
     if (effectiveMethod != QLM_CullingMethod::Backface) return 1.0f;
     QLM_Mesh* mesh = object ? object->GetMesh() : nullptr;
     QLM_Managers* managers = QLM_ManagersOrNull();
-    const QLM_Viewport* viewport = managers && managers->GetViewportManager() ? managers->GetViewportManager()->GetCurrentViewport() : nullptr;
+    const QLM_Viewport* viewport =
+        managers && managers->GetViewportManager() ? managers->GetViewportManager()->GetCurrentViewport() : nullptr;
     if (!mesh || !viewport || vertex < 0 || vertex >= mesh->GetVCount()) return 1.0f;
     const float* r = viewport->GetRotationMatrix();
     const float view[3] = {r[2], r[6], r[10]};
@@ -82,7 +85,8 @@ void QLM_CullingManager::OnViewChanged() {
     QLM_ObjectManager* objects = QLM_ObjectManagerOrNull();
     if (!objects) return;
     for (QLM_Object* object : objects->GetObjects(false))
-        if (QLM_Mesh* mesh = object->GetMesh()) std::fill(mesh->VertexVisibility.begin(), mesh->VertexVisibility.end(), Unknown);
+        if (QLM_Mesh* mesh = object->GetMesh())
+            std::fill(mesh->VertexVisibility.begin(), mesh->VertexVisibility.end(), Unknown);
 }
 
 float QLM_FadeByAngleManager::Fade(const float* view, const float* normal, bool excludeBackFaces) const {

@@ -7,7 +7,9 @@ class QLM_MaterialMapSource;
 class QLM_Mesh;
 class QLM_Object;
 
-enum class QLM_CullingMethod : uint32_t { None = 0, Backface, SmartCulling, PerVertex, PerPolygon, PerPixel, PerPixelHard };
+enum class QLM_CullingMethod : uint32_t {
+    None = 0, Backface, SmartCulling, PerVertex, PerPolygon, PerPixel, PerPixelHard
+};
 /// Name in presets and scripts, "ERROR" for another value.
 const char* QLM_CullingMethodName(QLM_CullingMethod method);
 /// PerVertex for a name not in the table; `known` tells.

@@ -55,12 +55,15 @@ bool DrawRows(const std::vector<BoundPolygons>& bound, QLM_RasterizeOptions opti
                 const float* uv = CornerUV(*part.mesh, polygon, i);
                 if (!uv) break;
                 ++corners;
-                if (polygon.count >= 3 && !(uv[0] >= 0.0f && uv[0] <= 1.0f && uv[1] >= 0.0f && uv[1] <= 1.0f)) inside = false;
+                if (polygon.count >= 3 && !(uv[0] >= 0.0f && uv[0] <= 1.0f && uv[1] >= 0.0f && uv[1] <= 1.0f))
+                    inside = false;
                 top = std::max(top, uv[1] * height);
                 bottom = std::min(bottom, uv[1] * height);
             }
             if (corners < 3 || corners < polygon.count) continue;
-            if (top + 1.0f < static_cast<float>(options.clipBegin) || bottom - 1.0f > static_cast<float>(options.clipEnd)) continue;
+            if (top + 1.0f < static_cast<float>(options.clipBegin) ||
+                bottom - 1.0f > static_cast<float>(options.clipEnd))
+                continue;
             for (int i = 2; i < polygon.count; ++i) {
                 const int fan[3] = {0, i - 1, i};
                 for (int k = 0; k < 3; ++k) {
@@ -92,12 +95,15 @@ void RenderOverdraw(QLM_MaterialMapSource& source) {
     options.targetPixels = overdraw.GetPixels();
     options.colorBytes[0] = Covered;
     std::atomic<bool> outside{false};
-    QLM_ThreadCrunch(height, [&](const ThreadCrunchRange& r) {
-        QLM_RasterizeOptions own = options;
-        own.clipBegin = r.start;
-        own.clipEnd = r.end;
-        if (!DrawRows(bound, own)) outside = true;
-    }, "QLM_OverdrawBufferWorkhorse::RenderOverdraw");
+    QLM_ThreadCrunch(
+        height,
+        [&](const ThreadCrunchRange& r) {
+            QLM_RasterizeOptions own = options;
+            own.clipBegin = r.start;
+            own.clipEnd = r.end;
+            if (!DrawRows(bound, own)) outside = true;
+        },
+        "QLM_OverdrawBufferWorkhorse::RenderOverdraw");
     if (outside) overdraw.ClearToByte(Covered);
 }
 

@@ -16,7 +16,8 @@ class QLM_ViewportHoverManager : public QLM_Manager {
   public:
     bool DependsOnShape() const override { return true; }
     /// Appends the leaf indices whose boxes meet the normalised rectangle (min x, min y, max x, max y), in tree order.
-    void CollectHoverLeaves(const float* rectangle, QLM_Object* object, QLM_Viewport* viewport, std::vector<int>& leaves);
+    void CollectHoverLeaves(const float* rectangle, QLM_Object* object, QLM_Viewport* viewport,
+                            std::vector<int>& leaves);
 };
 
 /// History of views, apart from the main undo list.

@@ -38,28 +38,29 @@ struct Fill {
 struct MeshPass {
     const QLM_Mesh* mesh = nullptr;
     const QLM_Polygon* polygons = nullptr;
-    const int32_t* visible = nullptr;  ///< polygon indices, leaf after leaf
-    const float* points = nullptr;     ///< screen cache
-    const float* lights = nullptr;     ///< of the vertices; null where polygons are lit as a whole
-    const float* normals = nullptr;    ///< of the polygons
+    const int32_t* visible = nullptr; ///< polygon indices, leaf after leaf
+    const float* points = nullptr;    ///< screen cache
+    const float* lights = nullptr;    ///< of the vertices; null where polygons are lit as a whole
+    const float* normals = nullptr;   ///< of the polygons
     const float* uvs = nullptr;
     uint32_t vertexCount = 0, uvCount = 0;
     bool backfaceCulled = true;
-    std::vector<Fill> fills;           ///< by material index; the last serves polygons without a material
+    std::vector<Fill> fills; ///< by material index; the last serves polygons without a material
 
     const Fill& FillOf(const QLM_Polygon& polygon) const {
         return polygon.material < fills.size() - 1 ? fills[polygon.material] : fills.back();
     }
     uint32_t VertexOf(const QLM_PolygonCorner& corner) const {
-        return static_cast<uint32_t>(mesh->IsWelded() && corner.vertex >= 0 ? mesh->GetWeldTarget(corner.vertex) : corner.vertex);
+        return static_cast<uint32_t>(mesh->IsWelded() && corner.vertex >= 0 ? mesh->GetWeldTarget(corner.vertex)
+                                                                            : corner.vertex);
     }
 };
 
 /// A run of visible polygons of one mesh, and which of them fall on which band, in their order.
 struct Chunk {
     int mesh = 0;
-    int first = 0, end = 0;            ///< in the mesh's list of visible polygons
-    uint32_t listBase = 0;             ///< list number of the mesh's first visible polygon
+    int first = 0, end = 0; ///< in the mesh's list of visible polygons
+    uint32_t listBase = 0;  ///< list number of the mesh's first visible polygon
     std::vector<uint32_t> bandStart;
     std::vector<uint32_t> entries;
 };
@@ -69,7 +70,8 @@ struct PixelSpan {
     PixelSpan(float low, float high, int size) {
         const float slack = 0.001f * (high - low) + 0.01f;
         // Clamped to at least -1, where truncation of x + 1 is the floor.
-        const float begin = std::clamp(low - slack - 0.5f, -1.0f, static_cast<float>(size)), end = std::clamp(high + slack - 0.5f, -1.0f, static_cast<float>(size - 1));
+        const float begin = std::clamp(low - slack - 0.5f, -1.0f, static_cast<float>(size)),
+                    end = std::clamp(high + slack - 0.5f, -1.0f, static_cast<float>(size - 1));
         first = std::max(size - static_cast<int>(static_cast<float>(size) - begin), 0);
         last = static_cast<int>(end + 1.0f) - 1;
     }
@@ -102,7 +104,8 @@ struct QLM_Renderer4::Pass {
     bool FindRows(const MeshPass& mesh, const QLM_Polygon& polygon, PixelSpan& rows) const;
     void ClearRows(int begin, int end) const;
     void DrawPolygon(const MeshPass& mesh, int32_t p, QLM_RasterizeOptions& options) const;
-    void SetCorner(const MeshPass& mesh, const QLM_PolygonCorner& corner, float polygonLight, QLM_RasterizeVertex& out) const;
+    void SetCorner(const MeshPass& mesh, const QLM_PolygonCorner& corner, float polygonLight,
+                   QLM_RasterizeVertex& out) const;
     void ToPixels(const float* point, float& x, float& y) const {
         x = (point[0] + 1.0f) * halfWidth;
         y = (point[1] + 1.0f) * halfHeight;
@@ -116,7 +119,8 @@ namespace {
 Fill MakeFill(const QLM_Mesh& mesh, QLM_Material* material, const QLM_Viewport& viewport) {
     Fill fill;
     fill.rasterize = QLM_GetScreenRasterizer(QLM_ScreenRasterizer::NoMap);
-    QLM_MaterialChannel* channel = material ? static_cast<QLM_MaterialChannel*>(material->FindChannel(viewport.MaterialChannelName)) : nullptr;
+    QLM_MaterialChannel* channel =
+        material ? static_cast<QLM_MaterialChannel*>(material->FindChannel(viewport.MaterialChannelName)) : nullptr;
     if (!channel) return fill;
     for (int i = 0; i < 3; ++i) fill.color[i] = QLM_FloatToByte(channel->Color[i]);
     if (viewport.DisplayMode != 3 || !viewport.Textured) return fill;
@@ -129,7 +133,8 @@ Fill MakeFill(const QLM_Mesh& mesh, QLM_Material* material, const QLM_Viewport& 
     fill.width = source->GetWidth();
     fill.height = source->GetHeight();
     if (source->HasMaskSameSize()) fill.mask = source->GetResolvedMask();
-    fill.rasterize = QLM_GetScreenRasterizer(viewport.Filter ? QLM_ScreenRasterizer::TextureLinear : QLM_ScreenRasterizer::TextureClosest);
+    fill.rasterize = QLM_GetScreenRasterizer(viewport.Filter ? QLM_ScreenRasterizer::TextureLinear
+                                                             : QLM_ScreenRasterizer::TextureClosest);
     return fill;
 }
 
@@ -157,20 +162,24 @@ QLM_ScreenCache& ProjectAndLight(QLM_Viewport& viewport, QLM_Mesh& mesh, bool sc
     cache.lights.resize(count);
     const bool project = !cache.valid;
     const QLM_ScreenProjection projection(viewport, mesh);
-    QLM_ThreadCrunch(mesh.GetVCount(), [&](const ThreadCrunchRange& r) {
-        if (project) projection.Run(cache, r.start, r.end);
-        if (!light) return;
-        for (int v = r.start; v < r.end; ++v) {
-            const float weight = sceneHasSelection ? mesh.GetVertexWeight(v) * 0.5f + 0.5f : 1.0f;
-            cache.lights[v] = LightOf(mesh.VertexNormals[v], viewport.r4s.camera.viewDirection, weight);
-        }
-    }, "QLM_Renderer4::ProjectAndLight");
+    QLM_ThreadCrunch(
+        mesh.GetVCount(),
+        [&](const ThreadCrunchRange& r) {
+            if (project) projection.Run(cache, r.start, r.end);
+            if (!light) return;
+            for (int v = r.start; v < r.end; ++v) {
+                const float weight = sceneHasSelection ? mesh.GetVertexWeight(v) * 0.5f + 0.5f : 1.0f;
+                cache.lights[v] = LightOf(mesh.VertexNormals[v], viewport.r4s.camera.viewDirection, weight);
+            }
+        },
+        "QLM_Renderer4::ProjectAndLight");
     cache.valid = true;
     return cache;
 }
 
 /// Lists the polygons of the leaves that are on the screen (of the touched ones in a partial render), cut in chunks.
-void CollectChunks(QLM_Mesh& mesh, int meshIndex, const QLM_ScreenProjection& projection, bool partial, uint32_t listBase, std::vector<Chunk>& chunks) {
+void CollectChunks(QLM_Mesh& mesh, int meshIndex, const QLM_ScreenProjection& projection, bool partial,
+                   uint32_t listBase, std::vector<Chunk>& chunks) {
     const float screen[4] = {-1, -1, 1, 1};
     int begin = 0, end = 0;
     const auto flush = [&] {
@@ -263,7 +272,9 @@ void QLM_Renderer4::GatherMeshes() {
         part.visible = mesh->GetVisiblePolygons().GetData();
         part.points = cache.points.data();
         part.lights = viewport.Smooth ? cache.lights.data() : nullptr;
-        part.normals = mesh->PolygonNormals.GetCount() == static_cast<uint32_t>(mesh->GetPCount()) ? mesh->PolygonNormals.GetData() : nullptr;
+        part.normals = mesh->PolygonNormals.GetCount() == static_cast<uint32_t>(mesh->GetPCount())
+                           ? mesh->PolygonNormals.GetData()
+                           : nullptr;
         part.uvs = mesh->TextureVertices.GetData();
         part.vertexCount = static_cast<uint32_t>(mesh->GetVCount());
         part.uvCount = static_cast<uint32_t>(mesh->GetVTCount());
@@ -273,7 +284,8 @@ void QLM_Renderer4::GatherMeshes() {
     }
     // Meshes that are gone, or hidden, need no cache.
     std::erase_if(viewport.r4s.screenCaches, [&](const auto& entry) {
-        return std::none_of(pass->meshes.begin(), pass->meshes.end(), [&](const MeshPass& part) { return part.mesh->GetID() == entry.first; });
+        return std::none_of(pass->meshes.begin(), pass->meshes.end(),
+                            [&](const MeshPass& part) { return part.mesh->GetID() == entry.first; });
     });
 }
 
@@ -302,12 +314,18 @@ void QLM_Renderer4::Render() {
     // Sort chunks of polygons into bands of rows, then draw band after band: a pixel has one writer, and it meets the
     // polygons in list order whatever the number of workers.
     std::atomic<size_t> nextChunk{0}, nextBand{0};
-    QLM_ThreadCrunchEachThread([&](const ThreadCrunchRange&) {
-        for (size_t i; !pass->IsAborted() && (i = nextChunk.fetch_add(1)) < pass->chunks.size();) pass->SortIntoBands(pass->chunks[i]);
-    }, "QLM_Renderer4::SortIntoBands");
-    QLM_ThreadCrunchEachThread([&](const ThreadCrunchRange&) {
-        for (size_t i; !pass->IsAborted() && (i = nextBand.fetch_add(1)) < static_cast<size_t>(pass->bandCount);) pass->DrawBand(static_cast<int>(i));
-    }, "QLM_Renderer4::DrawBand");
+    QLM_ThreadCrunchEachThread(
+        [&](const ThreadCrunchRange&) {
+            for (size_t i; !pass->IsAborted() && (i = nextChunk.fetch_add(1)) < pass->chunks.size();)
+                pass->SortIntoBands(pass->chunks[i]);
+        },
+        "QLM_Renderer4::SortIntoBands");
+    QLM_ThreadCrunchEachThread(
+        [&](const ThreadCrunchRange&) {
+            for (size_t i; !pass->IsAborted() && (i = nextBand.fetch_add(1)) < static_cast<size_t>(pass->bandCount);)
+                pass->DrawBand(static_cast<int>(i));
+        },
+        "QLM_Renderer4::DrawBand");
 }
 
 /// Rows of the picture that a polygon reaches; false when no pixel can come of it.
@@ -341,7 +359,10 @@ bool QLM_Renderer4::Pass::FindRows(const MeshPass& mesh, const QLM_Polygon& poly
 }
 
 void QLM_Renderer4::Pass::SortIntoBands(Chunk& chunk) const {
-    struct Reach { uint32_t entry; int32_t firstBand, lastBand; };
+    struct Reach {
+        uint32_t entry;
+        int32_t firstBand, lastBand;
+    };
     static thread_local std::vector<Reach> reaches;
     reaches.clear();
     chunk.bandStart.assign(static_cast<size_t>(bandCount) + 1, 0);
@@ -356,7 +377,8 @@ void QLM_Renderer4::Pass::SortIntoBands(Chunk& chunk) const {
     for (int band = 0; band < bandCount; ++band) chunk.bandStart[band + 1] += chunk.bandStart[band];
     chunk.entries.resize(chunk.bandStart[bandCount]);
     for (const Reach& reach : reaches)
-        for (int band = reach.firstBand; band <= reach.lastBand; ++band) chunk.entries[chunk.bandStart[band]++] = reach.entry;
+        for (int band = reach.firstBand; band <= reach.lastBand; ++band)
+            chunk.entries[chunk.bandStart[band]++] = reach.entry;
     // Filling moved each start to the next one's place: move them back.
     for (int band = bandCount; band > 0; --band) chunk.bandStart[band] = chunk.bandStart[band - 1];
     chunk.bandStart[0] = 0;
@@ -396,7 +418,8 @@ void QLM_Renderer4::Pass::DrawBand(int band) const {
     }
 }
 
-void QLM_Renderer4::Pass::SetCorner(const MeshPass& mesh, const QLM_PolygonCorner& corner, float polygonLight, QLM_RasterizeVertex& out) const {
+void QLM_Renderer4::Pass::SetCorner(const MeshPass& mesh, const QLM_PolygonCorner& corner, float polygonLight,
+                                    QLM_RasterizeVertex& out) const {
     const uint32_t v = mesh.VertexOf(corner);
     const float* point = mesh.points + static_cast<size_t>(v) * 3;
     ToPixels(point, out.x, out.y);
@@ -418,7 +441,8 @@ void QLM_Renderer4::Pass::DrawPolygon(const MeshPass& mesh, int32_t p, QLM_Raste
     std::copy(fill.color, fill.color + 3, options.colorBytes);
     options.idValue = static_cast<uint8_t>(1 + p % 255);
 
-    const float light = mesh.lights || !mesh.normals ? 1.0f : LightOf(mesh.normals + static_cast<size_t>(p) * 3, view, 1.0f);
+    const float light =
+        mesh.lights || !mesh.normals ? 1.0f : LightOf(mesh.normals + static_cast<size_t>(p) * 3, view, 1.0f);
     QLM_RasterizeVertex* v = options.vertex;
     SetCorner(mesh, polygon.corners[0], light, v[0]);
     SetCorner(mesh, polygon.corners[1], light, v[1]);

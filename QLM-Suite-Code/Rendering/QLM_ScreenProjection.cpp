@@ -20,7 +20,8 @@ QLM_ScreenProjection::QLM_ScreenProjection(const QLM_Viewport& viewport, const Q
     // Resolved vertices are in world space already: only the scene's matrix stands before the camera's.
     const float* worldToClip = viewport.r4s.camera.worldToClip;
     const QLM_Engine* engine = QLM_GetEngine();
-    if (engine && !MatrixIsIdentity(engine->sceneMatrix, 0.0f)) MatrixMultiply(engine->sceneMatrix, worldToClip, modelToClip);
+    if (engine && !MatrixIsIdentity(engine->sceneMatrix, 0.0f))
+        MatrixMultiply(engine->sceneMatrix, worldToClip, modelToClip);
     else std::copy(worldToClip, worldToClip + 16, modelToClip);
     const bool resolved = mesh.ResolvedVertices.GetCount() == static_cast<uint32_t>(mesh.GetVCount());
     positions = resolved ? mesh.ResolvedVertices.GetData() : mesh.Vertices.GetData();

@@ -5,8 +5,8 @@
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_ObjectManager.h"
 #include "Math/QLM_Matrix.h"
-#include "Rendering/QLM_ScreenProjection.h"
 #include "Rendering/QLM_SceneAccess.h"
+#include "Rendering/QLM_ScreenProjection.h"
 #include "Rendering/QLM_ViewportManager.h"
 
 #include <cmath>
@@ -77,11 +77,20 @@ bool QLM_Viewport::LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::
         command.ReadFloat(zoom);
         if (std::isfinite(zoom) && zoom > 0) Zoom = zoom;
     }
-    for (auto [name, field] : {std::pair<const char*, bool*>{"Current", &Current}, {"ViewLocked", &ViewLocked},
-             {"AutoView", &AutoView}, {"Maximized", &Maximized}, {"UseViewportDefault", &UseViewportDefault},
-             {"Textured", &Textured}, {"Stippled", &Stippled}, {"WireFrame", &WireFrame},
-             {"WireFrameOverlay", &WireFrameOverlay}, {"VertexOverlay", &VertexOverlay}, {"Hidden", &Hidden},
-             {"Smooth", &Smooth}, {"Filter", &Filter}, {"UseLighting", &UseLighting}})
+    for (auto [name, field] : {std::pair<const char*, bool*>{"Current", &Current},
+                               {"ViewLocked", &ViewLocked},
+                               {"AutoView", &AutoView},
+                               {"Maximized", &Maximized},
+                               {"UseViewportDefault", &UseViewportDefault},
+                               {"Textured", &Textured},
+                               {"Stippled", &Stippled},
+                               {"WireFrame", &WireFrame},
+                               {"WireFrameOverlay", &WireFrameOverlay},
+                               {"VertexOverlay", &VertexOverlay},
+                               {"Hidden", &Hidden},
+                               {"Smooth", &Smooth},
+                               {"Filter", &Filter},
+                               {"UseLighting", &UseLighting}})
         if (command.Is(name)) command.ReadBool(*field);
     if (command.Is("CopyViewportIndex")) command.ReadInt(CopyViewportIndex);
     if (command.Is("DisplayMode")) command.ReadInt(DisplayMode);
@@ -193,9 +202,12 @@ void QLM_Viewport::ViewToWorldVector(float dx, float dy, float* world) const {
 const QLM_ScreenCache& QLM_Viewport::GetScreenCache(QLM_Mesh* mesh) {
     QLM_ScreenCache& cache = QLM_PrepareScreenCache(*this, *mesh);
     if (!cache.valid) {
-        QLM_ThreadCrunch(mesh->GetVCount(), [&, projection = QLM_ScreenProjection(*this, *mesh)](const ThreadCrunchRange& r) {
-            projection.Run(cache, r.start, r.end);
-        }, "QLM_Viewport::GetScreenCache");
+        QLM_ThreadCrunch(
+            mesh->GetVCount(),
+            [&, projection = QLM_ScreenProjection(*this, *mesh)](const ThreadCrunchRange& r) {
+                projection.Run(cache, r.start, r.end);
+            },
+            "QLM_Viewport::GetScreenCache");
         cache.valid = true;
     }
     return cache;

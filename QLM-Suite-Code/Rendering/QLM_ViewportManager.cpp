@@ -88,7 +88,8 @@ void QLM_ViewportManager::SetShown(int index, int x, int y, int width, int heigh
 void QLM_ViewportManager::PlaceViewports() {
     AbortRender();
     for (auto& viewport : viewports) viewport->shown = false;
-    const int full = ToEight(canvasWidth), half = canvasWidth / 16 * 8, height = canvasHeight, upper = height / 2, lower = height - upper;
+    const int full = ToEight(canvasWidth), half = canvasWidth / 16 * 8, height = canvasHeight, upper = height / 2,
+              lower = height - upper;
     if (maximizedViewport >= 0) {
         SetShown(maximizedViewport, 0, 0, full, height);
         return;
@@ -160,7 +161,8 @@ void QLM_ViewportManager::SetCurrentViewport(int index) {
 
 QLM_Viewport* QLM_ViewportManager::GetViewportAt(float x, float y) const {
     for (const auto& viewport : viewports)
-        if (viewport->shown && x >= viewport->x && y >= viewport->y && x < viewport->x + viewport->width && y < viewport->y + viewport->height)
+        if (viewport->shown && x >= viewport->x && y >= viewport->y && x < viewport->x + viewport->width &&
+            y < viewport->y + viewport->height)
             return viewport.Get();
     return nullptr;
 }
@@ -222,9 +224,11 @@ void QLM_ViewportManager::OnViewportViewChanged(QLM_Viewport* viewport) {
     if (QLM_Engine* engine = QLM_GetEngine()) engine->lastViewportChangeTimer.Start();
     if (QLM_CullingManager* culling = QLM_CullingManagerOrNull()) culling->OnViewChanged();
     for (auto& follower : viewports) {
-        if (follower.Get() == viewport || !follower->AutoView || follower->CopyViewportIndex != viewport->index) continue;
-        const bool equal = std::equal(viewport->LookAt, viewport->LookAt + 3, follower->LookAt) && viewport->Zoom == follower->Zoom &&
-                           std::equal(viewport->RotationMatrix, viewport->RotationMatrix + 16, follower->RotationMatrix);
+        if (follower.Get() == viewport || !follower->AutoView || follower->CopyViewportIndex != viewport->index)
+            continue;
+        const bool equal =
+            std::equal(viewport->LookAt, viewport->LookAt + 3, follower->LookAt) && viewport->Zoom == follower->Zoom &&
+            std::equal(viewport->RotationMatrix, viewport->RotationMatrix + 16, follower->RotationMatrix);
         if (!equal) follower->CopyViewFrom(*viewport);
     }
     RequestRedraw();
@@ -240,11 +244,13 @@ void QLM_ViewportManager::OnGlobalScaleChanged(float newScale) {
 // --- Drawing --------------------------------------------------------------------------------------------------------
 
 bool QLM_ViewportManager::NeedsRender(const QLM_Viewport& viewport) const {
-    return viewport.shown && viewport.width > 0 && viewport.height > 0 && (viewport.r4s.needsFullRender || viewport.r4s.needsPartialRender);
+    return viewport.shown && viewport.width > 0 && viewport.height > 0 &&
+           (viewport.r4s.needsFullRender || viewport.r4s.needsPartialRender);
 }
 
 bool QLM_ViewportManager::AreRendersPending() const {
-    return renderedViewport || std::any_of(std::begin(viewports), std::end(viewports), [&](const auto& viewport) { return NeedsRender(*viewport); });
+    return renderedViewport || std::any_of(std::begin(viewports), std::end(viewports),
+                                           [&](const auto& viewport) { return NeedsRender(*viewport); });
 }
 
 void QLM_ViewportManager::StartRenders() {
@@ -255,11 +261,14 @@ void QLM_ViewportManager::StartRenders() {
         renderer = new QLM_Renderer4(*renderedViewport);
         renderer->Prepare();
         renderDone = false;
-        QLM_StartThread(renderThread, [this, running = renderer] {
-            QLM_TRACE(1);
-            running->Render();
-            renderDone = true;
-        }, QLM_ThreadPriority::Normal, "RenderAllObjects_ThreadFunc");
+        QLM_StartThread(
+            renderThread,
+            [this, running = renderer] {
+                QLM_TRACE(1);
+                running->Render();
+                renderDone = true;
+            },
+            QLM_ThreadPriority::Normal, "RenderAllObjects_ThreadFunc");
         return;
     }
 }
@@ -313,7 +322,8 @@ void QLM_ViewportManager::ReadPicture(int index, std::vector<uint8_t>& rgb, int&
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x)
                 for (int c = 0; c < 3; ++c)
-                    pixel(left + x, bottom + y)[c] = from ? from[(static_cast<size_t>(y) * w + x) * 4 + c] : static_cast<uint8_t>(CanvasGrey + i * ViewportGreyStep);
+                    pixel(left + x, bottom + y)[c] = from ? from[(static_cast<size_t>(y) * w + x) * 4 + c]
+                                                          : static_cast<uint8_t>(CanvasGrey + i * ViewportGreyStep);
         if (!whole) continue;
         for (int x = 0; x < w; ++x) std::fill_n(pixel(left + x, bottom + h - 1), 3, FrameDark);
         for (int y = 0; y < h; ++y) std::fill_n(pixel(left, bottom + y), 3, FrameDark);

@@ -22,9 +22,8 @@ constexpr float LargestZoom = 2.0f;
 constexpr float RadiansPerDegree = 3.1415926535898f / 180.0f;
 
 /// Direction to the viewer and the screen's up in world, by standard view; the third axis is their product.
-constexpr float StandardAxes[6][2][3] = {
-    {{0, 0, 1}, {0, 1, 0}}, {{0, 0, -1}, {0, 1, 0}}, {{-1, 0, 0}, {0, 1, 0}},
-    {{1, 0, 0}, {0, 1, 0}}, {{0, 1, 0}, {0, 0, -1}}, {{0, -1, 0}, {0, 0, 1}}};
+constexpr float StandardAxes[6][2][3] = {{{0, 0, 1}, {0, 1, 0}}, {{0, 0, -1}, {0, 1, 0}}, {{-1, 0, 0}, {0, 1, 0}},
+                                         {{1, 0, 0}, {0, 1, 0}}, {{0, 1, 0}, {0, 0, -1}}, {{0, -1, 0}, {0, 0, 1}}};
 
 /// Fills the rotation's columns: right = up x view, up, view.
 void SetAxes(const float* view, const float* up, float* rotation) {
@@ -106,7 +105,8 @@ bool QLM_ViewportManager::GetFrameBounds(QLM_FrameMode mode, float* minimum, flo
     std::fill(maximum, maximum + 3, std::numeric_limits<float>::lowest());
     bool found = false;
     for (QLM_Object* object : objects->GetObjects(true))
-        if (QLM_Mesh* mesh = object->GetMesh()) found = ExtendByVertices(*mesh, mesh->GetVisibleVertices(), minimum, maximum) || found;
+        if (QLM_Mesh* mesh = object->GetMesh())
+            found = ExtendByVertices(*mesh, mesh->GetVisibleVertices(), minimum, maximum) || found;
     return found;
 }
 
@@ -190,10 +190,14 @@ bool QLM_ViewportManager::Pick(QLM_Viewport* viewport, float x, float y, QLM_Pic
             for (int leaf : leaves)
                 for (int i = mesh->GetLeaves()[leaf]->FirstPolygon; i < mesh->GetLeaves()[leaf]->EndPolygon; ++i) {
                     const int p = visible[i], count = mesh->GetPolygonVertexCount(p);
-                    const auto corner = [&](int k) { return points + static_cast<size_t>(mesh->GetPolygonVertex(p, k)) * 3; };
+                    const auto corner = [&](int k) {
+                        return points + static_cast<size_t>(mesh->GetPolygonVertex(p, k)) * 3;
+                    };
                     for (int k = 2; k < count; ++k) {
                         double z;
-                        if (!HitTriangle(corner(0), corner(k - 1), corner(k), x, y, object->RenderDoubleSided, z) || !(z < nearest)) continue;
+                        if (!HitTriangle(corner(0), corner(k - 1), corner(k), x, y, object->RenderDoubleSided, z) ||
+                            !(z < nearest))
+                            continue;
                         nearest = z;
                         cachedPickHit = true;
                         cachedPickObjectID = object->GetID();

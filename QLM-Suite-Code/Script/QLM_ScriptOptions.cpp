@@ -27,12 +27,10 @@ bool QLM_SetScriptOption(const std::string& key, const std::string& value, std::
     QLM_Engine& engine = *QLM_GetEngine();
     QLM_ToolManager& tools = *QLM_GetManagers().GetToolManager();
     QLM_FadeByAngleManager& fade = *QLM_GetManagers().GetFadeByAngleManager();
+    // The settings first; an unknown key leaves the reason empty.
+    if (engine.SetOption(key, value == "on" ? "1" : value == "off" ? "0" : value, error)) return true;
+    if (!error.empty()) return false;
     const std::pair<const char*, bool*> switches[] = {
-        {"ContinuousZoom", &engine.continuousZoom},
-        {"TabletPressureVariesStrength", &engine.tabletPressureVariesStrength},
-        {"TabletPressureVariesPseudoSize", &engine.tabletPressureVariesPseudoSize},
-        {"TabletPressureVariesDensity", &engine.tabletPressureVariesDensity},
-        {"TabletPressureVariesHardness", &engine.tabletPressureVariesHardness},
         {"SetMouseWheelVaryStrength", &engine.wheelFlags.varyStrength},
         {"SetMouseWheelVarySize", &engine.wheelFlags.varySize},
         {"SetMouseWheelVaryDensity", &engine.wheelFlags.varyDensity},
@@ -51,9 +49,6 @@ bool QLM_SetScriptOption(const std::string& key, const std::string& value, std::
         return false;
     }
     const FloatOption floats[] = {
-        {"TabletSensitivity", &engine.tabletSensitivity, 0.01f, 1.0f},
-        {"MouseWheelSensitivity", &engine.mouseWheelSensitivity, 0.0f, 1.0f},
-        {"TabletCutoff", &engine.tabletCutoff, 0.0f, 0.99f},
         {"fadeFalloff", &fade.Falloff, 0.0f, 1.0f},
         {"fadeCutoff", &fade.Cutoff, 0.0f, 1.0f},
     };

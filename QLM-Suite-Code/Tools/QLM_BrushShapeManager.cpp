@@ -33,7 +33,9 @@ int HardnessFactor(float hardness) {
 uint8_t Harden(int value, int factor) { return static_cast<uint8_t>(std::min(255, value * (factor + 1))); }
 
 /// The angle in radians; whole turns are no turn.
-float Radians(float degrees) { return static_cast<float>(std::fmod(static_cast<double>(degrees), 360.0) * 3.1415926535898 / 180.0); }
+float Radians(float degrees) {
+    return static_cast<float>(std::fmod(static_cast<double>(degrees), 360.0) * 3.1415926535898 / 180.0);
+}
 
 int RoundToSide(float length) { return std::max(1, static_cast<int>(std::lround(length))); }
 
@@ -48,7 +50,8 @@ void ShapeExtent(const QLM_ImageMap& shape, float& x, float& y) {
 void BuildHardShape(QLM_ImageMap& source, QLM_ImageMap& out, int side, float hardness) {
     float extentX, extentY;
     ShapeExtent(source, extentX, extentY);
-    const int width = RoundToSide(static_cast<float>(side) * extentX), height = RoundToSide(static_cast<float>(side) * extentY);
+    const int width = RoundToSide(static_cast<float>(side) * extentX),
+              height = RoundToSide(static_cast<float>(side) * extentY);
     const int sourceWidth = static_cast<int>(source.GetWidth()), sourceHeight = static_cast<int>(source.GetHeight());
     const float scaleX = static_cast<float>(sourceWidth) / static_cast<float>(width);
     const float scaleY = static_cast<float>(sourceHeight) / static_cast<float>(height);
@@ -56,14 +59,19 @@ void BuildHardShape(QLM_ImageMap& source, QLM_ImageMap& out, int side, float har
     out.SetDimensions(static_cast<uint32_t>(width), static_cast<uint32_t>(height), 1);
     const uint8_t* from = source.GetPixels();
     uint8_t* to = out.GetPixels();
-    QLM_ThreadCrunch(height, [=](const ThreadCrunchRange& range) {
-        for (int y = range.start; y < range.end; ++y) {
-            uint8_t* row = to + static_cast<size_t>(y) * width;
-            const float v = (static_cast<float>(y) + 0.5f) * scaleY - 0.5f;
-            for (int x = 0; x < width; ++x)
-                row[x] = Harden(SampleGrey(from, sourceWidth, sourceHeight, (static_cast<float>(x) + 0.5f) * scaleX - 0.5f, v), factor);
-        }
-    }, "BuildHardShape");
+    QLM_ThreadCrunch(
+        height,
+        [=](const ThreadCrunchRange& range) {
+            for (int y = range.start; y < range.end; ++y) {
+                uint8_t* row = to + static_cast<size_t>(y) * width;
+                const float v = (static_cast<float>(y) + 0.5f) * scaleY - 0.5f;
+                for (int x = 0; x < width; ++x)
+                    row[x] = Harden(
+                        SampleGrey(from, sourceWidth, sourceHeight, (static_cast<float>(x) + 0.5f) * scaleX - 0.5f, v),
+                        factor);
+            }
+        },
+        "BuildHardShape");
 }
 
 /// Draws the shape turned by `radians` into the tip; the shape fills the tip's middle 1 / `aspect`.
@@ -81,27 +89,32 @@ void BuildTurnedTip(QLM_ImageMap& shape, QLM_ImageMap& tip, int side, float radi
     const float cosine = std::cos(radians), sine = std::sin(radians);
     const float stepX = 2.0f / static_cast<float>(side), stepY = 2.0f / static_cast<float>(side);
     const float scaleX = aspect / extentX, scaleY = aspect / extentY;
-    QLM_ThreadCrunch(height, [=](const ThreadCrunchRange& range) {
-        for (int y = range.start; y < range.end; ++y) {
-            uint8_t* row = to + static_cast<size_t>(y) * width;
-            const float py = (static_cast<float>(y) + 0.5f - static_cast<float>(height) * 0.5f) * stepY;
-            for (int x = 0; x < width; ++x) {
-                const float px = (static_cast<float>(x) + 0.5f - static_cast<float>(width) * 0.5f) * stepX;
-                const float u = (px * cosine + py * sine) * scaleX, v = (py * cosine - px * sine) * scaleY;
-                const bool inside = u >= -1.0f && u <= 1.0f && v >= -1.0f && v <= 1.0f;
-                row[x] = inside ? SampleGrey(from, shapeWidth, shapeHeight, (u + 1.0f) * 0.5f * static_cast<float>(shapeWidth) - 0.5f,
-                                             (v + 1.0f) * 0.5f * static_cast<float>(shapeHeight) - 0.5f)
-                                : 0;
+    QLM_ThreadCrunch(
+        height,
+        [=](const ThreadCrunchRange& range) {
+            for (int y = range.start; y < range.end; ++y) {
+                uint8_t* row = to + static_cast<size_t>(y) * width;
+                const float py = (static_cast<float>(y) + 0.5f - static_cast<float>(height) * 0.5f) * stepY;
+                for (int x = 0; x < width; ++x) {
+                    const float px = (static_cast<float>(x) + 0.5f - static_cast<float>(width) * 0.5f) * stepX;
+                    const float u = (px * cosine + py * sine) * scaleX, v = (py * cosine - px * sine) * scaleY;
+                    const bool inside = u >= -1.0f && u <= 1.0f && v >= -1.0f && v <= 1.0f;
+                    row[x] = inside ? SampleGrey(from, shapeWidth, shapeHeight,
+                                                 (u + 1.0f) * 0.5f * static_cast<float>(shapeWidth) - 0.5f,
+                                                 (v + 1.0f) * 0.5f * static_cast<float>(shapeHeight) - 0.5f)
+                                    : 0;
+                }
             }
-        }
-    }, "BuildTurnedTip");
+        },
+        "BuildTurnedTip");
 }
 
 /// Places, from the picture's middle, of the pixels that end the outline; 4 neighbours, off the picture is empty.
 std::vector<std::pair<int32_t, int32_t>> FindOutline(const uint8_t* pixels, int width, int height) {
     std::vector<std::pair<int32_t, int32_t>> points;
     const auto empty = [&](int x, int y) {
-        return x < 0 || y < 0 || x >= width || y >= height || pixels[static_cast<size_t>(y) * width + x] < OutlineThreshold;
+        return x < 0 || y < 0 || x >= width || y >= height ||
+               pixels[static_cast<size_t>(y) * width + x] < OutlineThreshold;
     };
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
@@ -114,7 +127,8 @@ std::vector<std::pair<int32_t, int32_t>> CircleOutline(float radius) {
     std::vector<std::pair<int32_t, int32_t>> points;
     for (int i = 0; i < 360; ++i) {
         const float angle = Radians(static_cast<float>(i));
-        points.emplace_back(static_cast<int32_t>(std::lround(radius * std::cos(angle))), static_cast<int32_t>(std::lround(radius * std::sin(angle))));
+        points.emplace_back(static_cast<int32_t>(std::lround(radius * std::cos(angle))),
+                            static_cast<int32_t>(std::lround(radius * std::sin(angle))));
     }
     return points;
 }
@@ -130,10 +144,12 @@ bool QLM_BrushShapeManager::LoadShape(const std::string& path, std::string& erro
 }
 
 void QLM_BrushShapeManager::LoadDefaultShape() {
-    const std::string path = QLM_FormatText("%sBrushShapes%c01-Simple%cSimple-0001.png", QLM_OS::Get().GetApplicationDirectory() + "Data/", '/', '/');
+    const std::string path = QLM_FormatText("%sBrushShapes%c01-Simple%cSimple-0001.png",
+                                            QLM_OS::Get().GetApplicationDirectory() + "Data/", '/', '/');
     std::string error;
     if (!LoadShape(path, error))
-        QLM_ExitWithMessage(QLM_FormatText("The file %s cannot be found.\n\nPlease re-install the software or manually replace it.", path));
+        QLM_ExitWithMessage(QLM_FormatText(
+            "The file %s cannot be found.\n\nPlease re-install the software or manually replace it.", path));
 }
 
 void QLM_BrushShapeManager::GetTipSize(QLM_Tool* tool, int overlayWidth, int& width, int& height) const {
@@ -142,8 +158,10 @@ void QLM_BrushShapeManager::GetTipSize(QLM_Tool* tool, int overlayWidth, int& wi
     ShapeExtent(ShapeSource, extentX, extentY);
     if (extentX != extentY) {
         // The box of the turned shape.
-        const float cosine = std::fabs(std::cos(Radians(tool->GetAngle()))), sine = std::fabs(std::sin(Radians(tool->GetAngle())));
-        const float boxX = std::min(1.0f, extentX * cosine + extentY * sine), boxY = std::min(1.0f, extentY * cosine + extentX * sine);
+        const float cosine = std::fabs(std::cos(Radians(tool->GetAngle()))),
+                    sine = std::fabs(std::sin(Radians(tool->GetAngle())));
+        const float boxX = std::min(1.0f, extentX * cosine + extentY * sine),
+                    boxY = std::min(1.0f, extentY * cosine + extentX * sine);
         extentX = boxX;
         extentY = boxY;
     }
@@ -151,7 +169,8 @@ void QLM_BrushShapeManager::GetTipSize(QLM_Tool* tool, int overlayWidth, int& wi
     height = RoundToSide(side * extentY);
 }
 
-void QLM_BrushShapeManager::SetupOverlayAndBrushShape(QLM_Viewport* viewport, QLM_Tool* tool, int overlayWidth, int overlayHeight, int stampingWidth) {
+void QLM_BrushShapeManager::SetupOverlayAndBrushShape(QLM_Viewport* viewport, QLM_Tool* tool, int overlayWidth,
+                                                      int overlayHeight, int stampingWidth) {
     BrushOverlay.SetDimensions(static_cast<uint32_t>(overlayWidth), static_cast<uint32_t>(overlayHeight), 1);
     BrushOverlay.ClearToByte(0);
 
@@ -191,7 +210,8 @@ void QLM_BrushShapeManager::MirrorOverlay(QLM_ImageMap& overlay, bool mirrorX, b
     if (mirrorX) {
         for (size_t y = 0; y < height; ++y) {
             uint8_t* row = pixels + y * width;
-            for (size_t left = 0, right = width - 1; left < right; ++left, --right) row[left] = row[right] = std::max(row[left], row[right]);
+            for (size_t left = 0, right = width - 1; left < right; ++left, --right)
+                row[left] = row[right] = std::max(row[left], row[right]);
         }
     }
     if (mirrorY) {
@@ -210,11 +230,13 @@ void QLM_BrushShapeManager::DilateOverlay(QLM_ImageMap& overlay, int radius) {
     const auto dilate = [radius](const uint8_t* from, uint8_t* to, int count, size_t step) {
         for (int i = 0; i < count; ++i) {
             uint8_t largest = 0;
-            for (int j = std::max(0, i - radius); j <= std::min(count - 1, i + radius); ++j) largest = std::max(largest, from[j * step]);
+            for (int j = std::max(0, i - radius); j <= std::min(count - 1, i + radius); ++j)
+                largest = std::max(largest, from[j * step]);
             to[i * step] = largest;
         }
     };
     std::vector<uint8_t> scratch(static_cast<size_t>(width) * height);
-    for (int y = 0; y < height; ++y) dilate(pixels + static_cast<size_t>(y) * width, scratch.data() + static_cast<size_t>(y) * width, width, 1);
+    for (int y = 0; y < height; ++y)
+        dilate(pixels + static_cast<size_t>(y) * width, scratch.data() + static_cast<size_t>(y) * width, width, 1);
     for (int x = 0; x < width; ++x) dilate(scratch.data() + x, pixels + x, height, static_cast<size_t>(width));
 }

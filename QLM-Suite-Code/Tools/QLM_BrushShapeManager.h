@@ -17,8 +17,10 @@ class QLM_BrushShapeManager : public QLM_Manager {
     void LoadDefaultShape();
     bool IsTipCurrent() const { return !tipStale; }
     void InvalidateTip() { tipStale = true; }
-    /// Builds the tip for the stamping overlay's width, and sizes and clears BrushOverlay to `overlayWidth` x `overlayHeight`.
-    void SetupOverlayAndBrushShape(QLM_Viewport* viewport, QLM_Tool* tool, int overlayWidth, int overlayHeight, int stampingWidth);
+    /// Builds the tip for the stamping overlay's width, and sizes and clears BrushOverlay to `overlayWidth` x
+    /// `overlayHeight`.
+    void SetupOverlayAndBrushShape(QLM_Viewport* viewport, QLM_Tool* tool, int overlayWidth, int overlayHeight,
+                                   int stampingWidth);
     /// Sides of the tip for an overlay width: round(width x size x panel aspect), shrunk to the box of a turned shape
     /// that is not square. At least 1.
     void GetTipSize(QLM_Tool* tool, int overlayWidth, int& width, int& height) const;
@@ -26,7 +28,8 @@ class QLM_BrushShapeManager : public QLM_Manager {
     static void MirrorOverlay(QLM_ImageMap& overlay, bool mirrorX, bool mirrorY);
     static void DilateOverlay(QLM_ImageMap& overlay, int radius);
 
-    QLM_ImageMap ShapeSource, HardShape, ColorShapeSource, BrushOverlay, BrushTip, BrushTipColor, ColorizeOverlay, TipOutline, TipPreview;
+    QLM_ImageMap ShapeSource, HardShape, ColorShapeSource, BrushOverlay, BrushTip, BrushTipColor, ColorizeOverlay,
+        TipOutline, TipPreview;
     std::vector<std::pair<int32_t, int32_t>> OutlinePoints;
 
   private:

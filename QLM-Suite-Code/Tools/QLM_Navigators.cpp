@@ -84,7 +84,8 @@ bool QLM_ZoomView::OnMouse(QLM_Viewport* viewport, int button, int action, float
     const float halfWidth = std::fabs(x - StartX) * 0.5f, halfHeight = std::fabs(y - StartY) * 0.5f;
     const float seconds = QLM_GetEngine()->applicationTimer.GetElapsedSeconds() - PressTime;
     const bool isRectangle = halfWidth * static_cast<float>(viewport->width) >= RectanglePixels &&
-                             halfHeight * static_cast<float>(viewport->height) >= RectanglePixels && seconds > RectangleSeconds;
+                             halfHeight * static_cast<float>(viewport->height) >= RectanglePixels &&
+                             seconds > RectangleSeconds;
     float factor = ButtonFlags[1] ? 2.0f : 0.5f, centreX = x, centreY = y;
     if (isRectangle) {
         factor = std::max(halfWidth, halfHeight);

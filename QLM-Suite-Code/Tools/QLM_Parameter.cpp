@@ -5,7 +5,8 @@
 #include <cmath>
 #include <cstdlib>
 
-QLM_Parameter::QLM_Parameter(QLM_ParameterType typeIn, const char* label, const char* help, void* value) : Type(typeIn), Value(value) {
+QLM_Parameter::QLM_Parameter(QLM_ParameterType typeIn, const char* label, const char* help, void* value)
+    : Type(typeIn), Value(value) {
     SetNameText(label);
     SetHintText(help);
 }
@@ -16,16 +17,20 @@ QLM_Parameter::~QLM_Parameter() {
 
 std::string QLM_Parameter::GetValueText() const {
     switch (Type) {
-    case QLM_ParameterType::Float: return QLM_FormatText("%.8f", *static_cast<float*>(Value));
-    case QLM_ParameterType::Bool: return *static_cast<bool*>(Value) ? "1" : "0";
+    case QLM_ParameterType::Float:
+        return QLM_FormatText("%.8f", *static_cast<float*>(Value));
+    case QLM_ParameterType::Bool:
+        return *static_cast<bool*>(Value) ? "1" : "0";
     case QLM_ParameterType::Radio:
-    case QLM_ParameterType::Choice: return QLM_FormatText("%d", *static_cast<int32_t*>(Value));
+    case QLM_ParameterType::Choice:
+        return QLM_FormatText("%d", *static_cast<int32_t*>(Value));
     case QLM_ParameterType::BoolGroup: {
         std::string text;
         for (const QLM_Parameter* child : Children) text += child->GetValueText() + " ";
         return text;
     }
-    default: return {};
+    default:
+        return {};
     }
 }
 
@@ -102,7 +107,8 @@ bool SetChoice(QLM_Parameter& parameter, const std::string& text, std::string& e
 /// One switch a child, separated by blanks.
 bool SetSwitches(QLM_Parameter& parameter, const std::string& text, std::string& error) {
     std::vector<bool> values;
-    for (size_t begin = text.find_first_not_of(' '); begin != std::string::npos; begin = text.find_first_not_of(' ', begin)) {
+    for (size_t begin = text.find_first_not_of(' '); begin != std::string::npos;
+         begin = text.find_first_not_of(' ', begin)) {
         const size_t end = std::min(text.find(' ', begin), text.size());
         bool on = false;
         if (!ParseBool(text.substr(begin, end - begin), on)) break;
@@ -122,13 +128,23 @@ bool SetSwitches(QLM_Parameter& parameter, const std::string& text, std::string&
 bool QLM_Parameter::SetValueFromText(const std::string& text, std::string& error) {
     bool done = false;
     switch (Type) {
-    case QLM_ParameterType::Float: done = SetNumber(*this, text, error); break;
+    case QLM_ParameterType::Float:
+        done = SetNumber(*this, text, error);
+        break;
     case QLM_ParameterType::Bool:
-    case QLM_ParameterType::Radio: done = SetSwitch(*this, text, error); break;
+    case QLM_ParameterType::Radio:
+        done = SetSwitch(*this, text, error);
+        break;
     case QLM_ParameterType::RadioGroup:
-    case QLM_ParameterType::Choice: done = SetChoice(*this, text, error); break;
-    case QLM_ParameterType::BoolGroup: done = SetSwitches(*this, text, error); break;
-    case QLM_ParameterType::Separator: error = "a separator has no value"; break;
+    case QLM_ParameterType::Choice:
+        done = SetChoice(*this, text, error);
+        break;
+    case QLM_ParameterType::BoolGroup:
+        done = SetSwitches(*this, text, error);
+        break;
+    case QLM_ParameterType::Separator:
+        error = "a separator has no value";
+        break;
     }
     if (done && OwnerTool) OwnerTool->OnParameterChanged(this);
     return done;

@@ -3,7 +3,15 @@
 
 #include "Core/Objects/QLM_BaseClass.h"
 
-enum class QLM_ParameterType : uint32_t { Float = 1, Bool = 2, Radio = 4, RadioGroup = 6, BoolGroup = 7, Choice = 10, Separator = 12 };
+enum class QLM_ParameterType : uint32_t {
+    Float = 1,
+    Bool = 2,
+    Radio = 4,
+    RadioGroup = 6,
+    BoolGroup = 7,
+    Choice = 10,
+    Separator = 12
+};
 
 class QLM_Tool;
 

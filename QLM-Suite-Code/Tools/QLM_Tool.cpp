@@ -102,7 +102,8 @@ QLM_Parameter* QLM_Tool::FindParameterByValue(const void* address) const {
 
 QLM_Parameter* QLM_Tool::FindParameterByName(const std::string& name) const {
     for (QLM_Parameter* parameter : Parameters) {
-        const std::string label = *parameter->GetName() ? parameter->GetName() : parameter->GetString("INTERNAL_PARAMETER_NAME");
+        const std::string label =
+            *parameter->GetName() ? parameter->GetName() : parameter->GetString("INTERNAL_PARAMETER_NAME");
         if (label == name) return parameter;
         if (name.compare(0, label.size() + 1, label + "/") != 0) continue;
         for (QLM_Parameter* child : parameter->Children)
@@ -164,7 +165,8 @@ void QLM_Tool::OnPassiveMotion(QLM_Viewport*, float x, float y) {
 }
 
 void QLM_Tool::UpdateAxisLock(float x, float y) {
-    if (LockToX || LockToY || MotionCount >= 3 || !QLM_OS::Get().shiftDown || !(ToolFlags & eTool_ShiftLocksAxis)) return;
+    if (LockToX || LockToY || MotionCount >= 3 || !QLM_OS::Get().shiftDown || !(ToolFlags & eTool_ShiftLocksAxis))
+        return;
     const float dx = std::fabs(x - StartX), dy = std::fabs(y - StartY);
     // The motion that a press sends has no direction yet.
     if (dx == 0 && dy == 0) return;
@@ -191,12 +193,23 @@ bool QLM_Tool::OnMotion(QLM_Viewport*, float x, float y) {
 float* QLM_Tool::AdjustedProperty(const char*& label) const {
     QLM_BrushProperties& properties = Properties();
     switch (Manager()->brushAdjustmentMode) {
-    case 1: label = QLM_GetString(110); return &properties.Size;
-    case 2: label = "Strength"; return &properties.Strength;
-    case 3: label = QLM_GetString(134); return &properties.Hardness;
-    case 4: label = "Angle"; return &properties.Angle;
-    case 5: label = "Density"; return &properties.Density;
-    default: return nullptr;
+    case 1:
+        label = QLM_GetString(110);
+        return &properties.Size;
+    case 2:
+        label = "Strength";
+        return &properties.Strength;
+    case 3:
+        label = QLM_GetString(134);
+        return &properties.Hardness;
+    case 4:
+        label = "Angle";
+        return &properties.Angle;
+    case 5:
+        label = "Density";
+        return &properties.Density;
+    default:
+        return nullptr;
     }
 }
 
@@ -224,7 +237,8 @@ bool QLM_Tool::OnKey(int) { return false; }
 
 void QLM_Tool::OnActivate() {
     if (UsesCulling()) QLM_GetManagers().GetCullingManager()->RefreshEffectiveMethod();
-    if ((ToolFlags & eTool_TellsViewports) != lastTellsViewports) QLM_GetManagers().GetViewportManager()->RequestFullRedraw();
+    if ((ToolFlags & eTool_TellsViewports) != lastTellsViewports)
+        QLM_GetManagers().GetViewportManager()->RequestFullRedraw();
 }
 
 void QLM_Tool::OnDeactivate() { lastTellsViewports = ToolFlags & eTool_TellsViewports; }

@@ -13,7 +13,8 @@
 namespace {
 
 constexpr float DepthBufferIdleSeconds = 20.0f;
-constexpr const char* channelNames[8] = {"", "Color", "Bump", "Transparency", "Displacement", "Ambient", "Specular", "Glossy"};
+constexpr const char* channelNames[8] = {"",        "Color",    "Bump",  "Transparency", "Displacement",
+                                         "Ambient", "Specular", "Glossy"};
 
 QLM_Viewport* CurrentViewport() { return QLM_GetManagers().GetViewportManager()->GetCurrentViewport(); }
 
@@ -26,7 +27,8 @@ QLM_ToolManager::~QLM_ToolManager() {
     for (QLM_ToolList* list : lists) delete list;
 }
 
-void QLM_ToolManager::RegisterTool(const std::string& list, const std::string& name, std::function<QLM_Tool*()> factory) {
+void QLM_ToolManager::RegisterTool(const std::string& list, const std::string& name,
+                                   std::function<QLM_Tool*()> factory) {
     factories.push_back({list, name, std::move(factory)});
 }
 
@@ -114,7 +116,8 @@ bool QLM_ToolManager::SelectToolByName(const std::string& name) {
 
 void QLM_ToolManager::SelectPreviousTool() {
     // From a view tool the way back leads to the last tool that worked on something.
-    QLM_Tool* tool = currentTool && currentTool->IsViewTool() && previousWorkingTool ? previousWorkingTool : previousTool;
+    QLM_Tool* tool =
+        currentTool && currentTool->IsViewTool() && previousWorkingTool ? previousWorkingTool : previousTool;
     if (!tool) return;
     for (QLM_ToolList* list : lists) {
         if (list->IndexOf(tool) < 0) continue;
@@ -136,18 +139,22 @@ std::string QLM_ToolManager::GetToolName(const QLM_Tool* tool) const {
 }
 
 void QLM_ToolManager::BeforePaint(QLM_Tool*) {
-    if (std::none_of(std::begin(paintChannels), std::end(paintChannels), [](bool on) { return on; })) paintChannels[0] = true;
+    if (std::none_of(std::begin(paintChannels), std::end(paintChannels), [](bool on) { return on; }))
+        paintChannels[0] = true;
     QLM_ViewportManager* viewports = QLM_GetManagers().GetViewportManager();
     viewports->viewportsMoved = false;
-    if (viewports->displayMode == 1 || viewports->displayMode == 2 || viewports->displayMode == 4) viewports->displayMode = 0;
+    if (viewports->displayMode == 1 || viewports->displayMode == 2 || viewports->displayMode == 4)
+        viewports->displayMode = 0;
 
     const std::string& shown = CurrentViewport()->MaterialChannelName;
     bool takesShown = paintChannels[0];
     for (int i = 1; i < 8; ++i) takesShown = takesShown || (paintChannels[i] && shown == channelNames[i]);
     if (!takesShown && !channelWarningShown) {
         channelWarningShown = true;
-        QLM_OS::Get().PrintMessage("The current viewport is set to display \"%s\" maps, but the paint will not be applied to them. "
-                                   "Please see the \"Paint Channels\" panel in the tool window for more options.", shown);
+        QLM_OS::Get().PrintMessage(
+            "The current viewport is set to display \"%s\" maps, but the paint will not be applied to them. "
+            "Please see the \"Paint Channels\" panel in the tool window for more options.",
+            shown);
     }
     paintInProgress = true;
     QLM_GetManagers().GetUndoManager()->OnPaintStrokeOpened();

@@ -31,9 +31,9 @@ TEST(Containers, NotificationsGoInOrderOfRegistration) {
     mesh->SetSizes(4, 2, 1);
     mesh->SetVCount(3);
     mesh->AfterRawBuild();
-    EXPECT_EQ(log, (std::vector<std::string>{"first v 0 4", "second v 0 4", "first p 0 1", "second p 0 1", "first vt 0 2",
-                                             "second vt 0 2", "first sized", "second sized", "first v 4 3", "second v 4 3",
-                                             "first built", "second built"}));
+    EXPECT_EQ(log, (std::vector<std::string>{"first v 0 4", "second v 0 4", "first p 0 1", "second p 0 1",
+                                             "first vt 0 2", "second vt 0 2", "first sized", "second sized",
+                                             "first v 4 3", "second v 4 3", "first built", "second built"}));
 }
 
 TEST(Containers, CountsKeepEveryArrayInStep) {
@@ -97,7 +97,8 @@ TEST(Containers, VertexMapsBorrowAndPersist) {
     EXPECT_FALSE(pairs.LoadFromStream_Text(file, 0));
     std::fclose(file);
     file = std::tmpfile();
-    std::fputs("{\nCount\t2000000000\ndim\t3\ndata\n{\nrawDataSize\t12\ncompressedDataSize\t3\nDATA_BEGIN\nabc\n}\n}\n", file);
+    std::fputs("{\nCount\t2000000000\ndim\t3\ndata\n{\nrawDataSize\t12\ncompressedDataSize\t3\nDATA_BEGIN\nabc\n}\n}\n",
+               file);
     std::rewind(file);
     EXPECT_FALSE(map.LoadFromStream_Text(file, 0));
     EXPECT_EQ(map.GetCount(), 4u);

@@ -104,7 +104,8 @@ void CompareWithRecount(const QLM_Mesh& mesh) {
         QLM_EdgeRecord record;
         ASSERT_TRUE(mesh.GetEdge(e.High, e.Low, record));
         EXPECT_EQ(Numbers(record), Numbers(e));
-        const bool open = e.Polygon2 < 0 && mesh.HasVertexFlag(e.Low, eVFlag_OpenEdge) && mesh.HasVertexFlag(e.High, eVFlag_OpenEdge);
+        const bool open =
+            e.Polygon2 < 0 && mesh.HasVertexFlag(e.Low, eVFlag_OpenEdge) && mesh.HasVertexFlag(e.High, eVFlag_OpenEdge);
         EXPECT_EQ(mesh.IsOpenEdge(e.Low, e.High), open);
     }
 }

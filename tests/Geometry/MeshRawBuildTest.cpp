@@ -31,8 +31,9 @@ TEST(MeshRawBuild, BadCornersAndNumbersAreRepaired) {
     vertices[2] = nan;
     vertices[5] = -infinity;
     const int used4 = static_cast<int>(QLM_CornerPools::Get().GetPool(4).GetUsedSlots());
-    MeshOwner mesh = MakeMesh(vertices, {0.5f, nan, 0.25f, 0.75f},
-                              {{{0, 0}, {4, 1}, {1, 1}, {2, -1}}, {{-1, 0}, {1000000000, 0}, {3, 2}}, {{9, 0}, {-5, 0}}, {}});
+    MeshOwner mesh =
+        MakeMesh(vertices, {0.5f, nan, 0.25f, 0.75f},
+                 {{{0, 0}, {4, 1}, {1, 1}, {2, -1}}, {{-1, 0}, {1000000000, 0}, {3, 2}}, {{9, 0}, {-5, 0}}, {}});
     EXPECT_EQ(*(mesh->Vertices[0] + 2), 0.0f);
     EXPECT_EQ(*(mesh->Vertices[1] + 2), 0.0f);
     EXPECT_EQ(mesh->TextureVertices[0][1], 0.0f);

@@ -18,7 +18,8 @@ using MeshOwner = QLM_Owned<QLM_Mesh>;
 inline QLM_Mesh* FillMesh(QLM_Object* object, const std::vector<float>& vertices, const std::vector<float>& uvs,
                           const std::vector<Corners>& polygons) {
     auto* mesh = new QLM_Mesh(object);
-    mesh->SetSizes(static_cast<int>(vertices.size() / 3), static_cast<int>(uvs.size() / 2), static_cast<int>(polygons.size()));
+    mesh->SetSizes(static_cast<int>(vertices.size() / 3), static_cast<int>(uvs.size() / 2),
+                   static_cast<int>(polygons.size()));
     std::copy(vertices.begin(), vertices.end(), mesh->Vertices.GetData());
     std::copy(uvs.begin(), uvs.end(), mesh->TextureVertices.GetData());
     for (int p = 0; p < static_cast<int>(polygons.size()); ++p) {
@@ -31,7 +32,8 @@ inline QLM_Mesh* FillMesh(QLM_Object* object, const std::vector<float>& vertices
     return mesh;
 }
 
-inline MeshOwner MakeMesh(const std::vector<float>& vertices, const std::vector<float>& uvs, const std::vector<Corners>& polygons) {
+inline MeshOwner MakeMesh(const std::vector<float>& vertices, const std::vector<float>& uvs,
+                          const std::vector<Corners>& polygons) {
     MeshOwner mesh(FillMesh(nullptr, vertices, uvs, polygons));
     mesh->AfterRawBuild();
     return mesh;
@@ -53,8 +55,8 @@ inline MeshOwner MakeCube() {
                                    Plain({0, 4, 6, 2}), Plain({1, 3, 7, 5})});
 }
 
-/// Polygons of 1..6 corners over few vertices: non-manifold edges, repeated corners, isolated vertices, seams. Positions
-/// lie on a coarse grid, so that many fall on planes between boxes; some texture vertices coincide.
+/// Polygons of 1..6 corners over few vertices: non-manifold edges, repeated corners, isolated vertices, seams.
+/// Positions lie on a coarse grid, so that many fall on planes between boxes; some texture vertices coincide.
 inline MeshOwner MakeRandomMesh(uint32_t seed, bool withUVs, int vertexCount = 60, int polygonCount = 80) {
     QLM_RandomGenerator random(seed);
     std::vector<float> vertices, uvs;

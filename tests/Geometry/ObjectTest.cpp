@@ -83,8 +83,10 @@ TEST(ObjectManager, ShapeChangesReachEverythingAsAskedFor) {
 TEST(MeshGroups, NamesThatAreWordsOfOtherNames) {
     // A strip of four triangles, a group each, and an unused group.
     std::vector<float> vertices;
-    for (int i = 0; i < 6; ++i) vertices.insert(vertices.end(), {static_cast<float>(i / 2), static_cast<float>(i % 2), 0.0f});
-    MeshOwner mesh(FillMesh(nullptr, vertices, {}, {Plain({0, 1, 2}), Plain({1, 2, 3}), Plain({2, 3, 4}), Plain({3, 4, 5})}));
+    for (int i = 0; i < 6; ++i)
+        vertices.insert(vertices.end(), {static_cast<float>(i / 2), static_cast<float>(i % 2), 0.0f});
+    MeshOwner mesh(
+        FillMesh(nullptr, vertices, {}, {Plain({0, 1, 2}), Plain({1, 2, 3}), Plain({2, 3, 4}), Plain({3, 4, 5})}));
     for (const char* name : {"Left ARM", "Armor", "arm", "Hand\tLeft", ""}) {
         auto* group = new QLM_Group2;
         group->SetNameText(name);
@@ -132,7 +134,8 @@ TEST(UniqueNames, OneMoreThanTheGreatestNumber) {
     EXPECT_EQ(unique(List{"Morph"}, "Morph", ""), "Morph (1)");
     EXPECT_EQ(unique(List{"Morph", "Morph (7)", "Morph (2)"}, "Morph", ""), "Morph (8)");
     EXPECT_EQ(unique(List{"Morph (3)"}, "Morph", ""), "Morph"); // only the exact name takes it
-    EXPECT_EQ(unique(List{"Morph", "Morph (x)", "Morph(5)", "Morph (6) ", "Morph ()", "Morphs (9)"}, "Morph", ""), "Morph (1)");
+    EXPECT_EQ(unique(List{"Morph", "Morph (x)", "Morph(5)", "Morph (6) ", "Morph ()", "Morphs (9)"}, "Morph", ""),
+              "Morph (1)");
     EXPECT_EQ(unique(List{"Morph", "Morph (99999999999)"}, "Morph", ""), "Morph (1)");
     EXPECT_EQ(unique(List{"skin.png", "skin (4).png", "skin (9).jpg"}, "skin", "png"), "skin (5).png");
     EXPECT_EQ(unique(List{"skin.png"}, "skin.png", "png"), "skin (1).png");

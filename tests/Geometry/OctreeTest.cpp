@@ -24,7 +24,8 @@ struct PlainTree {
         }
         Split(root, depth);
         for (int v = 0; v < mesh.GetVCount(); ++v)
-            if (!mesh.HasVertexFlag(v, eVFlag_Hidden)) leaves[Descend(root, mesh.Vertices[v], depth)].vertices.push_back(v);
+            if (!mesh.HasVertexFlag(v, eVFlag_Hidden))
+                leaves[Descend(root, mesh.Vertices[v], depth)].vertices.push_back(v);
         std::set<int> marked;
         for (Box& leaf : leaves)
             for (const int v : leaf.vertices)
@@ -35,7 +36,8 @@ struct PlainTree {
     }
 
     static Box ChildOf(const Box& box, int child) {
-        static const int high[8][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
+        static const int high[8][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0},
+                                       {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
         Box result = box;
         for (int k = 0; k < 3; ++k) (high[child][k] ? result.min : result.max)[k] = (box.min[k] + box.max[k]) / 2;
         return result;

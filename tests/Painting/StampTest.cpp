@@ -3,8 +3,8 @@
 #include "Math/QLM_Random.h"
 #include "Painting/QLM_OverlayWorkhorse.h"
 
-#include <gtest/gtest.h>
 #include <algorithm>
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -50,9 +50,12 @@ void RunStroke(TOverlay_Workhorse& workhorse, const QLM_StrokeSettings& settings
 uint64_t HashOf(QLM_ImageMap& map) { return QLM_Hash(map.GetPixels(), map.GetByteCount()); }
 
 TEST(StampSizes, FollowBrushSizeAndViewport) {
-    const struct { float size; int viewWidth, viewHeight, width, height; } cases[] = {
-        {0.5f, 512, 512, 5056, 5056}, {0.75f, 512, 512, 3488, 3488}, {1.0f, 512, 512, 1920, 1920}, {0.0f, 512, 512, 8192, 8192},
-        {0.5f, 1280, 720, 5056, 2844}, // 5056 x 0.5625
+    const struct {
+        float size;
+        int viewWidth, viewHeight, width, height;
+    } cases[] = {
+        {0.5f, 512, 512, 5056, 5056}, {0.75f, 512, 512, 3488, 3488}, {1.0f, 512, 512, 1920, 1920},
+        {0.0f, 512, 512, 8192, 8192}, {0.5f, 1280, 720, 5056, 2844}, // 5056 x 0.5625
     };
     for (const auto& c : cases) {
         int width = 0, height = 0;
@@ -85,8 +88,8 @@ TEST(StampCurve, HardnessAndPressureShapeIt) {
     settings.varyHardness = false;
     settings.varySize = true;
     QLM_StampCanvas::BuildCurve(settings, 0.5f, curve);
-    EXPECT_EQ(curve[127], 0.0f);           // below 1 - p nothing is left
-    EXPECT_NEAR(curve[204], 0.6f, 1e-6f);  // (0.8 - 0.5) / 0.5
+    EXPECT_EQ(curve[127], 0.0f);          // below 1 - p nothing is left
+    EXPECT_NEAR(curve[204], 0.6f, 1e-6f); // (0.8 - 0.5) / 0.5
     EXPECT_FLOAT_EQ(curve[255], 1.0f);
     QLM_StampCanvas::BuildCurve(settings, 0.0f, curve);
     EXPECT_EQ(*std::max_element(curve, curve + 256), 0.0f);
@@ -101,7 +104,7 @@ TEST(StampCurve, HardnessAndPressureShapeIt) {
     QLM_StampCanvas::BuildCurve(settings, 1.0f, curve);
     EXPECT_FLOAT_EQ(curve[255], 1.0f);
     EXPECT_NEAR(curve[204], 0.0225180f, 1e-6f); // 0.8^17
-    settings.density = 0.05f; // half way to the plain curve
+    settings.density = 0.05f;                   // half way to the plain curve
     QLM_StampCanvas::BuildCurve(settings, 1.0f, curve);
     EXPECT_NEAR(curve[204], 0.4112590f, 1e-6f); // (0.0225180 + 0.8) / 2
 }
@@ -237,8 +240,15 @@ TEST(OverlayWorkhorse, AClickIsOneStampAndWeakPointsDoNotCount) {
     workhorse.GetStrokeBounds(bounds);
     EXPECT_EQ(std::vector<float>(bounds, bounds + 4), (std::vector<float>{2, 2, -2, -2}));
 
-    const struct { float strength, pressure; bool vary; int painted; } cases[] = {
-        {0.005f, 1.0f, false, 0}, {0.006f, 1.0f, false, 1}, {0.01f, 0.5f, true, 0}, {0.01f, 0.5f, false, 1}, {1.0f, 0.0f, true, 0}};
+    const struct {
+        float strength, pressure;
+        bool vary;
+        int painted;
+    } cases[] = {{0.005f, 1.0f, false, 0},
+                 {0.006f, 1.0f, false, 1},
+                 {0.01f, 0.5f, true, 0},
+                 {0.01f, 0.5f, false, 1},
+                 {1.0f, 0.0f, true, 0}};
     for (const auto& c : cases) {
         settings.strength = c.strength;
         settings.varyStrength = c.vary;
@@ -296,7 +306,8 @@ TEST(OverlayWorkhorse, PointsArriveWhileItStampsAndAStrokeMayBeDropped) {
     MakeTip(tip, 21, 21, 40);
     const QLM_StrokeSettings settings = MakeSettings(256, 256);
     std::vector<QLM_MousePoint> points;
-    for (int i = 0; i < 50; ++i) points.push_back(Point(-0.9f + 0.036f * static_cast<float>(i), 0.5f - 0.02f * static_cast<float>(i)));
+    for (int i = 0; i < 50; ++i)
+        points.push_back(Point(-0.9f + 0.036f * static_cast<float>(i), 0.5f - 0.02f * static_cast<float>(i)));
     TOverlay_Workhorse workhorse;
     preview.SetDimensions(64, 64, 1);
     workhorse.StartStroke(settings, tip, 1);

@@ -17,9 +17,9 @@
 #include "Tools/QLM_BrushShapeManager.h"
 #include "Tools/QLM_ToolManager.h"
 
-#include <gtest/gtest.h>
 #include <algorithm>
 #include <cmath>
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -48,8 +48,8 @@ class Stroke : public testing::Test {
 
     /// The quad from -0.5 to 0.5 over the whole of a map of 256 x 256, filling the view.
     void MakeQuad() {
-        object = scene.AddObject("Quad", {-0.5f, -0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0, -0.5f, 0.5f, 0}, {0, 0, 1, 0, 1, 1, 0, 1},
-                                 {{{0, 0}, {1, 1}, {2, 2}, {3, 3}}});
+        object = scene.AddObject("Quad", {-0.5f, -0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0, -0.5f, 0.5f, 0},
+                                 {0, 0, 1, 0, 1, 1, 0, 1}, {{{0, 0}, {1, 1}, {2, 2}, {3, 3}}});
         map = scene.AddMap(object, 256, 256, 200, 100, 50);
         scene.SetView(0.5f);
     }
@@ -133,8 +133,10 @@ TEST_F(Stroke, TooWeakAStrokeLeavesNothing) {
 
 TEST_F(Stroke, SeamsArePaintedIntoTheGutter) {
     // Two quads share the edge x = 0; their islands stand apart.
-    object = scene.AddObject("Seam", {-0.5f, -0.5f, 0, 0, -0.5f, 0, 0, 0.5f, 0, -0.5f, 0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0},
-                             {0.125f, 0.25f, 0.375f, 0.25f, 0.375f, 0.75f, 0.125f, 0.75f, 0.625f, 0.25f, 0.875f, 0.25f, 0.875f, 0.75f, 0.625f, 0.75f},
+    object = scene.AddObject("Seam",
+                             {-0.5f, -0.5f, 0, 0, -0.5f, 0, 0, 0.5f, 0, -0.5f, 0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0},
+                             {0.125f, 0.25f, 0.375f, 0.25f, 0.375f, 0.75f, 0.125f, 0.75f, 0.625f, 0.25f, 0.875f, 0.25f,
+                              0.875f, 0.75f, 0.625f, 0.75f},
                              {{{0, 0}, {1, 1}, {2, 2}, {3, 3}}, {{1, 4}, {4, 5}, {5, 6}, {2, 7}}});
     map = scene.AddMap(object, 256, 256, 200, 100, 50);
     scene.SetView(1.0f);
@@ -187,12 +189,21 @@ TEST_F(Stroke, MirrorAndChannelsFollowTheSwitchesOfThePress) {
     scene.Settle();
     scene.GetViewport()->DisplayMode = 3;
     EXPECT_EQ(MapHash(), before);
+    // A change of tool drops the stroke.
+    EXPECT_TRUE(engine->PointerPress(QLM_Engine::Button::Left, 256, 256, {}));
+    tools.SelectToolByName("MoveView");
+    EXPECT_FALSE(Workhorse().IsWorking());
+    engine->PointerRelease(QLM_Engine::Button::Left, 256, 256);
+    tools.SelectToolByName("ColorBrush");
+    scene.Settle();
+    EXPECT_EQ(MapHash(), before);
     EXPECT_FALSE(tools.paintInProgress);
 }
 
 TEST_F(Stroke, HiddenAndTurnedAwayPolygonsStayUnpainted) {
     // The left quad faces the viewer, the right one is wound the other way round.
-    object = scene.AddObject("Pair", {-0.5f, -0.5f, 0, 0, -0.5f, 0, 0, 0.5f, 0, -0.5f, 0.5f, 0, 0, -0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0, 0, 0.5f, 0},
+    object = scene.AddObject("Pair", {-0.5f, -0.5f, 0, 0,    -0.5f, 0, 0,    0.5f, 0, -0.5f, 0.5f, 0,
+                                      0,     -0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0, 0,     0.5f, 0},
                              {0, 0, 0.5f, 0, 0.5f, 1, 0, 1, 0.5f, 0, 1, 0, 1, 1, 0.5f, 1},
                              {{{0, 0}, {1, 1}, {2, 2}, {3, 3}}, {{7, 7}, {6, 6}, {5, 5}, {4, 4}}});
     map = scene.AddMap(object, 256, 256, 200, 100, 50);
@@ -238,7 +249,9 @@ TEST_F(Stroke, ThePreviewShowsTheResultOnTheModel) {
     ASSERT_TRUE(brush->BuildPreview(scene.GetViewport(), rgba, width, height));
     ASSERT_EQ(width, 512);
     ASSERT_EQ(height, 512);
-    const auto at = [&](int x, int y) { return std::vector<int>(rgba.begin() + (y * 512 + x) * 4, rgba.begin() + (y * 512 + x) * 4 + 4); };
+    const auto at = [&](int x, int y) {
+        return std::vector<int>(rgba.begin() + (y * 512 + x) * 4, rgba.begin() + (y * 512 + x) * 4 + 4);
+    };
     EXPECT_EQ(at(200, 256), (std::vector<int>{227, 51, 26, 255})); // on the model, under the brush
     EXPECT_EQ(at(100, 256), (std::vector<int>{0, 0, 0, 0}));       // off the model
     EXPECT_EQ(at(300, 256), (std::vector<int>{0, 0, 0, 0}));       // beyond the brush
@@ -271,14 +284,16 @@ void AddOverlappingSheet(TestScene& scene, int n, QLM_Object*& object, QLM_Mater
     std::vector<float> vertices, uvs;
     for (int y = 0; y <= n; ++y)
         for (int x = 0; x <= n; ++x) {
-            const float u = static_cast<float>(x) / static_cast<float>(n), v = static_cast<float>(y) / static_cast<float>(n);
+            const float u = static_cast<float>(x) / static_cast<float>(n),
+                        v = static_cast<float>(y) / static_cast<float>(n);
             vertices.insert(vertices.end(), {u - 0.5f, v - 0.5f, 0.1f * std::sin(9.0f * u) * std::cos(7.0f * v)});
         }
     const int half = n / 2;
     for (int island = 0; island < 2; ++island)
         for (int y = 0; y <= n; ++y)
             for (int x = 0; x <= half; ++x) {
-                const float u = static_cast<float>(x) / static_cast<float>(half), v = static_cast<float>(y) / static_cast<float>(n);
+                const float u = static_cast<float>(x) / static_cast<float>(half),
+                            v = static_cast<float>(y) / static_cast<float>(n);
                 if (island == 0) uvs.insert(uvs.end(), {0.1f + 0.7f * u + 0.03f * v, 0.1f + 0.7f * v});
                 else uvs.insert(uvs.end(), {0.2f + 0.7f * v, 0.15f + 0.7f * u - 0.02f * v});
             }
@@ -288,7 +303,8 @@ void AddOverlappingSheet(TestScene& scene, int n, QLM_Object*& object, QLM_Mater
         for (int x = 0; x < n; ++x) {
             const int island = x < half ? 0 : 1, column = x - island * half;
             const auto corner = [&](int dx, int dy) {
-                return std::make_pair((y + dy) * (n + 1) + x + dx, island * islandSize + (y + dy) * (half + 1) + column + dx);
+                return std::make_pair((y + dy) * (n + 1) + x + dx,
+                                      island * islandSize + (y + dy) * (half + 1) + column + dx);
             };
             polygons.push_back({corner(0, 0), corner(1, 0), corner(1, 1), corner(0, 1)});
         }
@@ -306,9 +322,12 @@ TEST_F(Stroke, AnyNumberOfThreadsPaintsTheSameBytes) {
         TestScene fresh;
         AddOverlappingSheet(fresh, 40, object, map, 500);
         shapes.ShapeSource.SetDimensions(64, 64, 1);
-        for (int i = 0; i < 64 * 64; ++i) shapes.ShapeSource.GetPixels()[i] = static_cast<uint8_t>(255 - std::max(std::abs(i % 64 - 32), std::abs(i / 64 - 32)) * 7);
+        for (int i = 0; i < 64 * 64; ++i)
+            shapes.ShapeSource.GetPixels()[i] =
+                static_cast<uint8_t>(255 - std::max(std::abs(i % 64 - 32), std::abs(i / 64 - 32)) * 7);
         shapes.InvalidateTip();
-        brush->Properties() = {.Size = 0.08f, .Hardness = 0.4f, .Angle = 25.0f, .Strength = 0.6f, .Spacing = 0.3f, .Density = 0.7f};
+        brush->Properties() = {
+            .Size = 0.08f, .Hardness = 0.4f, .Angle = 25.0f, .Strength = 0.6f, .Spacing = 0.3f, .Density = 0.7f};
         fresh.Stroke({{60, 80}, {250, 300}, {450, 120}, {300, 480}});
         tools.mirrorY = true;
         QLM_GetEngine()->foregroundColor[1] = 0.7f;

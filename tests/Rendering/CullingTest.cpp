@@ -12,8 +12,8 @@ namespace {
 
 /// Two squares that meet at x = 0 in a right angle: one faces +z, one faces +x.
 QLM_Object* AddCorner(RenderingScene& scene) {
-    return scene.AddObject({-1, 0, 0, 0, 0, 0, 0, 1, 0, -1, 1, 0, 0, 0, -1, 0, 1, -1}, {0, 0, 1, 0, 1, 1, 0, 1, 0, 0, 1, 1},
-                           {{0, 1, 2, 3}, {1, 4, 5, 2}});
+    return scene.AddObject({-1, 0, 0, 0, 0, 0, 0, 1, 0, -1, 1, 0, 0, 0, -1, 0, 1, -1},
+                           {0, 0, 1, 0, 1, 1, 0, 1, 0, 0, 1, 1}, {{0, 1, 2, 3}, {1, 4, 5, 2}});
 }
 
 TEST(Culling, BackfaceMethodAsksThePolygonsAround) {
@@ -47,9 +47,12 @@ TEST(Culling, WorkersMayAskAtOnce) {
     QLM_CullingManager& culling = *QLM_GetManagers().GetCullingManager();
     culling.SetMethod(QLM_CullingMethod::Backface);
     std::atomic<int> hidden{0};
-    QLM_ThreadCrunch(6000, [&](const ThreadCrunchRange& r) {
-        for (int i = r.start; i < r.end; ++i) hidden += culling.IsVertexHidden(object, i % 6);
-    }, "test");
+    QLM_ThreadCrunch(
+        6000,
+        [&](const ThreadCrunchRange& r) {
+            for (int i = r.start; i < r.end; ++i) hidden += culling.IsVertexHidden(object, i % 6);
+        },
+        "test");
     EXPECT_EQ(hidden, 2000);
 }
 
@@ -57,7 +60,8 @@ TEST(Culling, MethodsAndNames) {
     RenderingScene scene;
     QLM_CullingManager& culling = *QLM_GetManagers().GetCullingManager();
     EXPECT_EQ(culling.GetMethod(), QLM_CullingMethod::SmartCulling);
-    for (QLM_CullingMethod method : {QLM_CullingMethod::PerVertex, QLM_CullingMethod::PerPixelHard, static_cast<QLM_CullingMethod>(7)})
+    for (QLM_CullingMethod method :
+         {QLM_CullingMethod::PerVertex, QLM_CullingMethod::PerPixelHard, static_cast<QLM_CullingMethod>(7)})
         EXPECT_FALSE(culling.SetMethod(method));
     EXPECT_EQ(culling.GetMethod(), QLM_CullingMethod::SmartCulling);
     culling.RefreshEffectiveMethod();
@@ -106,7 +110,8 @@ std::vector<int> CoveredBox(QLM_MaterialMapSource* map) {
 
 TEST(Overdraw, MarksWhatPolygonsCover) {
     RenderingScene scene;
-    QLM_Object* object = scene.AddObject({0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0}, {0.25f, 0.5f, 0.75f, 0.5f, 0.75f, 1, 0.25f, 1}, {{0, 1, 2, 3}});
+    QLM_Object* object = scene.AddObject({0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0},
+                                         {0.25f, 0.5f, 0.75f, 0.5f, 0.75f, 1, 0.25f, 1}, {{0, 1, 2, 3}});
     QLM_MaterialMapSource* map = scene.AddMap(object, 64, 32, 0, 0, 0);
     QLM_OverdrawBufferWorkhorse workhorse;
     QLM_OverdrawBufferWorkhorse::Request(map);
@@ -119,7 +124,8 @@ TEST(Overdraw, MarksWhatPolygonsCover) {
     // Another object on the same map adds its polygons; nothing happens without a request.
     QLM_Object* second = scene.AddObject({0, 0, 0, 1, 0, 0, 0, 1, 0}, {0, 0, 0.125f, 0, 0, 0.25f}, {{0, 1, 2}});
     QLM_Mesh* mesh = second->GetMesh();
-    QLM_GetManagers().GetMapManager()->AssignMapToMaterialChannel(&mesh->GetMapList(), mesh->GetMaterials()[0]->Color, map);
+    QLM_GetManagers().GetMapManager()->AssignMapToMaterialChannel(&mesh->GetMapList(), mesh->GetMaterials()[0]->Color,
+                                                                  map);
     mesh->UpdateAllMapPolygonLists();
     map->SetBool("CALCULATE_OVERDRAW_REQUESTED", false);
     workhorse.ResolveRequests();

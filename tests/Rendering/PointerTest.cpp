@@ -65,7 +65,8 @@ TEST_F(PointerRoad, TheViewportOfThePressKeepsThePointer) {
     scene.Manager().PointerMove(384, 64);
     scene.Manager().PointerRelease(2, 384, 64);
     scene.Manager().PointerRelease(0, 384, 128);
-    EXPECT_EQ(tool->notes, (Notes{"pass 0 -0.500 0.500", "press 0 0.000 0.000", "motion 0 2.000 0.500", "release 0 2.000 0.000"}));
+    EXPECT_EQ(tool->notes,
+              (Notes{"pass 0 -0.500 0.500", "press 0 0.000 0.000", "motion 0 2.000 0.500", "release 0 2.000 0.000"}));
     EXPECT_EQ(scene.Manager().mouseViewport, -1);
 
     tool->notes.clear();
@@ -96,8 +97,9 @@ TEST_F(PointerRoad, MirroredMotionsFollow) {
         Notes motions(tool->notes.begin() + 1, tool->notes.end() - 1);
         return motions;
     };
-    EXPECT_EQ(drag(eTool_MirroredStrokes, eTool_NoMirrorEvents),
-              (Notes{"motion 0 0.500 0.250", "motion 0 -0.500 0.250", "motion 0 0.500 -0.250", "motion 0 -0.500 -0.250"}));
+    EXPECT_EQ(
+        drag(eTool_MirroredStrokes, eTool_NoMirrorEvents),
+        (Notes{"motion 0 0.500 0.250", "motion 0 -0.500 0.250", "motion 0 0.500 -0.250", "motion 0 -0.500 -0.250"}));
     EXPECT_FLOAT_EQ(tool->CurrentX, 0.5f);
     EXPECT_EQ(drag(eTool_NoMirrorEvents, 0), (Notes{"motion 0 0.500 0.250"}));
     EXPECT_EQ(drag(0, eTool_MirroredStrokes | eTool_NoMirrorEvents), (Notes{"motion 0 0.500 0.250"}));

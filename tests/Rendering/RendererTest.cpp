@@ -12,7 +12,9 @@ namespace {
 
 using Ints = std::vector<int>;
 
-float DepthAt(const RenderingScene& scene, int x, int y) { return scene.View().r4s.DepthBuffer.GetDataFloat()[y * scene.View().width + x]; }
+float DepthAt(const RenderingScene& scene, int x, int y) {
+    return scene.View().r4s.DepthBuffer.GetDataFloat()[y * scene.View().width + x];
+}
 
 TEST(Renderer, DrawsAQuad) {
     RenderingScene scene;
@@ -44,7 +46,8 @@ TEST(Renderer, DrawsAQuad) {
     // Off the model stands the checker: 160 x Zoom cells over 512 pixels, from the middle outwards.
     const double cell = 512.0 / (160.0 * scene.View().GetZoom());
     for (int x = 0; x < 100; ++x) {
-        const bool odd = (static_cast<int>(std::floor((x + 0.5 - 256) / cell)) & 1) != (static_cast<int>(std::floor((20.5 - 256) / cell)) & 1);
+        const bool odd = (static_cast<int>(std::floor((x + 0.5 - 256) / cell)) & 1) !=
+                         (static_cast<int>(std::floor((20.5 - 256) / cell)) & 1);
         ASSERT_EQ(scene.Pixel(x, 20), (odd ? Ints{127, 127, 127, 0} : Ints{255, 255, 255, 0})) << x;
         ASSERT_EQ(state.UnlitRenderedPixels.GetPixels()[(20 * 512 + x) * 3], odd ? 127 : 255);
     }
@@ -256,7 +259,9 @@ TEST(ViewportManager, ComposesTheCanvas) {
     scene.Manager().ReadPicture(-1, rgb, width, height);
     ASSERT_EQ(width, 516);
     ASSERT_EQ(height, 64);
-    const auto at = [&](int x, int y) { return Ints{rgb[(y * 516 + x) * 3], rgb[(y * 516 + x) * 3 + 1], rgb[(y * 516 + x) * 3 + 2]}; };
+    const auto at = [&](int x, int y) {
+        return Ints{rgb[(y * 516 + x) * 3], rgb[(y * 516 + x) * 3 + 1], rgb[(y * 516 + x) * 3 + 2]};
+    };
     EXPECT_EQ(at(100, 30), (Ints{1, 2, 3}));
     EXPECT_EQ(at(400, 30), (Ints{1, 2, 3}));
     EXPECT_EQ(at(513, 30), (Ints{128, 128, 128}));

@@ -33,12 +33,14 @@ RenderingScene::RenderingScene(int canvasWidth, int canvasHeight) {
 
 RenderingScene::~RenderingScene() { QLM_GetEngine()->ShutDown(); }
 
-QLM_Object* RenderingScene::AddObject(const std::vector<float>& vertices, const std::vector<float>& uvs, const std::vector<std::vector<int>>& polygons) {
+QLM_Object* RenderingScene::AddObject(const std::vector<float>& vertices, const std::vector<float>& uvs,
+                                      const std::vector<std::vector<int>>& polygons) {
     Manager().AbortRender();
     auto* object = new QLM_Object;
     auto* mesh = new QLM_Mesh(object);
     object->SetMesh(mesh);
-    mesh->SetSizes(static_cast<int>(vertices.size() / 3), static_cast<int>(uvs.size() / 2), static_cast<int>(polygons.size()));
+    mesh->SetSizes(static_cast<int>(vertices.size() / 3), static_cast<int>(uvs.size() / 2),
+                   static_cast<int>(polygons.size()));
     std::copy(vertices.begin(), vertices.end(), mesh->Vertices.GetData());
     std::copy(uvs.begin(), uvs.end(), mesh->TextureVertices.GetData());
     mesh->AddMaterial(new QLM_Material);
@@ -58,10 +60,12 @@ QLM_Object* RenderingScene::AddObject(const std::vector<float>& vertices, const 
 }
 
 QLM_Object* RenderingScene::AddQuad(float z) {
-    return AddObject({-0.5f, -0.5f, z, 0.5f, -0.5f, z, 0.5f, 0.5f, z, -0.5f, 0.5f, z}, {0, 0, 1, 0, 1, 1, 0, 1}, {{0, 1, 2, 3}});
+    return AddObject({-0.5f, -0.5f, z, 0.5f, -0.5f, z, 0.5f, 0.5f, z, -0.5f, 0.5f, z}, {0, 0, 1, 0, 1, 1, 0, 1},
+                     {{0, 1, 2, 3}});
 }
 
-QLM_MaterialMapSource* RenderingScene::AddMap(QLM_Object* object, uint32_t width, uint32_t height, uint8_t r, uint8_t g, uint8_t b) {
+QLM_MaterialMapSource* RenderingScene::AddMap(QLM_Object* object, uint32_t width, uint32_t height, uint8_t r, uint8_t g,
+                                              uint8_t b) {
     Manager().AbortRender();
     QLM_MapManager* maps = QLM_GetManagers().GetMapManager();
     QLM_MaterialMapSource* map = maps->CreateMapSource();
@@ -94,7 +98,8 @@ std::vector<int> RenderingScene::Pixel(int x, int y, int viewport) const {
 uint64_t RenderingScene::PictureHash(int viewport) const {
     QLM_RenderState& state = View(viewport).r4s;
     uint64_t hash = QLM_HashStart;
-    for (QLM_ImageMap* plane : {&state.Pixels, &state.UnlitRenderedPixels, &state.PolygonIDMask}) hash = QLM_Hash(plane->GetPixels(), plane->GetByteCount(), hash);
+    for (QLM_ImageMap* plane : {&state.Pixels, &state.UnlitRenderedPixels, &state.PolygonIDMask})
+        hash = QLM_Hash(plane->GetPixels(), plane->GetByteCount(), hash);
     hash = QLM_Hash(state.DepthBuffer.GetDataFloat(), state.DepthOwner.size() * sizeof(float), hash);
     return QLM_Hash(state.DepthOwner.data(), state.DepthOwner.size() * sizeof(uint32_t), hash);
 }

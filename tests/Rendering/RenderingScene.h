@@ -18,7 +18,8 @@ class RenderingScene {
     ~RenderingScene();
 
     /// Corners index both arrays (three floats a vertex, two a texture vertex); the shape is resolved.
-    QLM_Object* AddObject(const std::vector<float>& vertices, const std::vector<float>& uvs, const std::vector<std::vector<int>>& polygons);
+    QLM_Object* AddObject(const std::vector<float>& vertices, const std::vector<float>& uvs,
+                          const std::vector<std::vector<int>>& polygons);
     /// The square -0.5..0.5 at a depth, UVs 0..1, facing the front view.
     QLM_Object* AddQuad(float z = 0.0f);
     /// Binds a map to the "Color" channel of material 0, filled with a colour.

@@ -45,7 +45,8 @@ TEST(Viewport, ProjectsAndUnprojects) {
     float product[16] = {};
     for (int row = 0; row < 4; ++row)
         for (int column = 0; column < 4; ++column)
-            for (int k = 0; k < 4; ++k) product[row * 4 + column] += camera.worldToClip[row * 4 + k] * camera.clipToWorld[k * 4 + column];
+            for (int k = 0; k < 4; ++k)
+                product[row * 4 + column] += camera.worldToClip[row * 4 + k] * camera.clipToWorld[k * 4 + column];
     for (int i = 0; i < 16; ++i) EXPECT_NEAR(product[i], i % 5 == 0 ? 1.0f : 0.0f, 2e-6f);
 }
 
@@ -62,10 +63,15 @@ TEST(Viewport, DepthRangeHoldsTheScene) {
 
 TEST(Viewport, StandardViewsLookAlongTheirAxes) {
     RenderingScene scene;
-    const struct { QLM_StandardView view; std::initializer_list<float> right, up, toViewer; } cases[] = {
-        {QLM_StandardView::Front, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}},  {QLM_StandardView::Back, {-1, 0, 0}, {0, 1, 0}, {0, 0, -1}},
-        {QLM_StandardView::Left, {0, 0, 1}, {0, 1, 0}, {-1, 0, 0}},  {QLM_StandardView::Right, {0, 0, -1}, {0, 1, 0}, {1, 0, 0}},
-        {QLM_StandardView::Top, {1, 0, 0}, {0, 0, -1}, {0, 1, 0}},   {QLM_StandardView::Bottom, {1, 0, 0}, {0, 0, 1}, {0, -1, 0}}};
+    const struct {
+        QLM_StandardView view;
+        std::initializer_list<float> right, up, toViewer;
+    } cases[] = {{QLM_StandardView::Front, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}},
+                 {QLM_StandardView::Back, {-1, 0, 0}, {0, 1, 0}, {0, 0, -1}},
+                 {QLM_StandardView::Left, {0, 0, 1}, {0, 1, 0}, {-1, 0, 0}},
+                 {QLM_StandardView::Right, {0, 0, -1}, {0, 1, 0}, {1, 0, 0}},
+                 {QLM_StandardView::Top, {1, 0, 0}, {0, 0, -1}, {0, 1, 0}},
+                 {QLM_StandardView::Bottom, {1, 0, 0}, {0, 0, 1}, {0, -1, 0}}};
     for (const auto& c : cases) {
         scene.Manager().SetStandardView(&scene.View(), c.view);
         const float* r = scene.View().GetRotationMatrix();
@@ -122,7 +128,8 @@ TEST(ViewportManager, Frames) {
     EXPECT_EQ(QLM_OS::Get().recorded.back().text, "No points have been selected.");
 
     // Box 2..4, 0..1, 0..2: middle (3, 0.5, 1), half diagonal 1.5; the view is half as wide as high.
-    QLM_Object* object = scene.AddObject({2, 0, 0, 4, 0, 0, 4, 1, 2, 2, 1, 2}, {0, 0, 1, 0, 1, 1, 0, 1}, {{0, 1, 2, 3}});
+    QLM_Object* object =
+        scene.AddObject({2, 0, 0, 4, 0, 0, 4, 1, 2, 2, 1, 2}, {0, 0, 1, 0, 1, 1, 0, 1}, {{0, 1, 2, 3}});
     ASSERT_TRUE(manager.Frame(&scene.View(), QLM_FrameMode::Object));
     ExpectNear(scene.View().GetLookAt(), {3, 0.5f, 1});
     EXPECT_NEAR(scene.View().GetHalfHeight(), 3.0f, 1e-5f);
@@ -163,7 +170,8 @@ TEST(ViewportManager, OrbitsTheFrontWithThePointer) {
     for (int i = 0; i < 5000; ++i) scene.Manager().Orbit(&scene.View(), 7.3f, -3.1f);
     const float* r = scene.View().GetRotationMatrix();
     for (int a = 0; a < 3; ++a)
-        for (int b = 0; b < 3; ++b) EXPECT_NEAR(r[a] * r[b] + r[4 + a] * r[4 + b] + r[8 + a] * r[8 + b], a == b ? 1.0f : 0.0f, 1e-5f);
+        for (int b = 0; b < 3; ++b)
+            EXPECT_NEAR(r[a] * r[b] + r[4 + a] * r[4 + b] + r[8 + a] * r[8 + b], a == b ? 1.0f : 0.0f, 1e-5f);
     const std::vector<float> before(r, r + 16);
     scene.View().ViewLocked = true;
     scene.Manager().Orbit(&scene.View(), 10, 10);
@@ -202,7 +210,8 @@ TEST(ViewportManager, FollowersCopyTheView) {
     scene.View(0).AutoView = true; // a ring must not turn for ever
     scene.View(0).CopyViewportIndex = 1;
     scene.Manager().Orbit(&scene.View(0), 20, 10);
-    EXPECT_TRUE(std::equal(scene.View(0).RotationMatrix, scene.View(0).RotationMatrix + 16, scene.View(1).RotationMatrix));
+    EXPECT_TRUE(
+        std::equal(scene.View(0).RotationMatrix, scene.View(0).RotationMatrix + 16, scene.View(1).RotationMatrix));
 }
 
 TEST(Viewport, RecordKeepsTheView) {
@@ -246,7 +255,8 @@ TEST(Viewport, RecordKeepsTheView) {
 TEST(ViewportManager, PicksTheNearestFrontFace) {
     RenderingScene scene(1024, 512);
     QLM_Object* far = scene.AddQuad(0.0f);
-    QLM_Object* near = scene.AddObject({0, -0.5f, 0.2f, 0.5f, -0.5f, 0.2f, 0.5f, 0.5f, 0.2f, 0, 0.5f, 0.2f}, {0, 0, 1, 0, 1, 1, 0, 1}, {{0, 1, 2}, {0, 2, 3}});
+    QLM_Object* near = scene.AddObject({0, -0.5f, 0.2f, 0.5f, -0.5f, 0.2f, 0.5f, 0.5f, 0.2f, 0, 0.5f, 0.2f},
+                                       {0, 0, 1, 0, 1, 1, 0, 1}, {{0, 1, 2}, {0, 2, 3}});
     scene.SetFrontView();
     QLM_PickResult hit;
     ASSERT_TRUE(scene.Manager().Pick(&scene.View(), 0.2f, 0.5f, hit)); // world (0.2, 0.25)

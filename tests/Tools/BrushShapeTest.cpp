@@ -4,8 +4,8 @@
 #include "Tools/QLM_BrushShapeManager.h"
 #include "Tools/QLM_Tool.h"
 
-#include <gtest/gtest.h>
 #include <algorithm>
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -30,7 +30,8 @@ class BrushShape : public testing::Test {
     void Build(int stampingWidth) { manager.SetupOverlayAndBrushShape(&viewport, &brush, 512, 512, stampingWidth); }
     uint8_t TipAt(uint32_t x, uint32_t y) { return manager.BrushTip.GetPixels()[y * manager.BrushTip.GetWidth() + x]; }
     uint64_t CountTip(uint8_t value) {
-        return static_cast<uint64_t>(std::count(manager.BrushTip.GetPixels(), manager.BrushTip.GetPixels() + manager.BrushTip.GetByteCount(), value));
+        return static_cast<uint64_t>(std::count(manager.BrushTip.GetPixels(),
+                                                manager.BrushTip.GetPixels() + manager.BrushTip.GetByteCount(), value));
     }
     QLM_BrushShapeManager manager;
     QLM_Viewport viewport;
@@ -38,7 +39,10 @@ class BrushShape : public testing::Test {
 };
 
 TEST_F(BrushShape, TipSizesFollowOverlayAndSize) {
-    const struct { float size; int stamping, tip; } cases[] = {{0.5f, 5056, 3590}, {0.75f, 3488, 3715}, {0.1f, 1000, 142}, {0.0f, 8192, 1}};
+    const struct {
+        float size;
+        int stamping, tip;
+    } cases[] = {{0.5f, 5056, 3590}, {0.75f, 3488, 3715}, {0.1f, 1000, 142}, {0.0f, 8192, 1}};
     for (const auto& c : cases) {
         brush.properties.Size = c.size;
         int width = 0, height = 0;
@@ -92,14 +96,17 @@ TEST_F(BrushShape, AWholeTurnIsNone) {
     for (uint32_t i = 0; i < 64 * 64; ++i) manager.ShapeSource.GetPixels()[i] = static_cast<uint8_t>(i % 251);
     brush.properties.Size = 0.4f;
     Build(300);
-    const std::vector<uint8_t> straight(manager.BrushTip.GetPixels(), manager.BrushTip.GetPixels() + manager.BrushTip.GetByteCount());
+    const std::vector<uint8_t> straight(manager.BrushTip.GetPixels(),
+                                        manager.BrushTip.GetPixels() + manager.BrushTip.GetByteCount());
     brush.properties.Angle = 360.0f;
     Build(300);
     EXPECT_TRUE(std::equal(straight.begin(), straight.end(), manager.BrushTip.GetPixels()));
     brush.properties.Angle = 90.0f;
     Build(300);
     // Counter-clockwise: what was at the right is on top. The tip is 170 pixels wide.
-    const auto before = [&](int x, int y) { return static_cast<int>(straight[static_cast<size_t>(y) * 170 + static_cast<size_t>(x)]); };
+    const auto before = [&](int x, int y) {
+        return static_cast<int>(straight[static_cast<size_t>(y) * 170 + static_cast<size_t>(x)]);
+    };
     EXPECT_NEAR(TipAt(100, 120), before(120, 69), 2);
     EXPECT_NEAR(TipAt(60, 90), before(90, 109), 2);
 }
@@ -110,7 +117,7 @@ TEST_F(BrushShape, HardnessTurnsSlopesIntoSteps) {
     brush.properties.Hardness = 1.0f;
     Build(400);
     EXPECT_EQ(TipAt(200, 142), 255);
-    EXPECT_EQ(TipAt(50, 142), 255); // 10 x 256
+    EXPECT_EQ(TipAt(50, 142), 255);   // 10 x 256
     brush.properties.Hardness = 0.5f; // k = truncate(255 / 64) = 3: four times as bright
     Build(400);
     EXPECT_NEAR(TipAt(142 - 50, 142), 4 * 62, 12); // a quarter of the way through 0..252 is 62
@@ -146,8 +153,8 @@ TEST(BrushOverlayOperations, DilateSpreadsASquare) {
     overlay.GetPixels()[1 * 6 + 1] = 200;
     overlay.GetPixels()[4 * 6 + 5] = 50;
     QLM_BrushShapeManager::DilateOverlay(overlay, 1);
-    const std::vector<uint8_t> expected = {200, 200, 200, 0, 0, 0, 200, 200, 200, 0, 0, 0, 200, 200, 200, 0, 0,  0,
-                                           0,   0,   0,   0, 50, 50, 0, 0, 0, 0, 50, 50};
+    const std::vector<uint8_t> expected = {200, 200, 200, 0, 0, 0, 200, 200, 200, 0, 0, 0, 200, 200, 200,
+                                           0,   0,   0,   0, 0, 0, 0,   50,  50,  0, 0, 0, 0,   50,  50};
     EXPECT_EQ(std::vector<uint8_t>(overlay.GetPixels(), overlay.GetPixels() + 30), expected);
 }
 

@@ -26,7 +26,8 @@ TEST(Parameter, SwitchesReadOnAndOff) {
     bool value = false;
     QLM_Parameter parameter(QLM_ParameterType::Bool, "Lock", "", &value);
     std::string error;
-    for (const auto& [text, expected] : {std::pair<const char*, bool>{"on", true}, {"off", false}, {"1", true}, {"0", false}}) {
+    for (const auto& [text, expected] :
+         {std::pair<const char*, bool>{"on", true}, {"off", false}, {"1", true}, {"0", false}}) {
         EXPECT_TRUE(parameter.SetValueFromText(text, error));
         EXPECT_EQ(value, expected);
         EXPECT_EQ(parameter.GetValueText(), expected ? "1" : "0");
@@ -71,7 +72,8 @@ TEST(Parameter, GroupsOfRadiosGoByTheirValues) {
 TEST(Parameter, GroupsOfSwitchesNeedOneForEachChild) {
     bool values[3] = {true, true, false};
     QLM_Parameter group(QLM_ParameterType::BoolGroup, "", "", nullptr);
-    for (bool& value : values) group.Children.push_back(new QLM_Parameter(QLM_ParameterType::Bool, "Horiz", "", &value));
+    for (bool& value : values)
+        group.Children.push_back(new QLM_Parameter(QLM_ParameterType::Bool, "Horiz", "", &value));
     EXPECT_EQ(group.GetValueText(), "1 1 0 ");
     std::string error;
     EXPECT_TRUE(group.SetValueFromText("0 1 1 ", error));

@@ -9,8 +9,8 @@
 #include "Support/TestScene.h"
 #include "Tools/QLM_ToolManager.h"
 
-#include <gtest/gtest.h>
 #include <cmath>
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -18,8 +18,12 @@ class DirectedTool : public QLM_Tool {
   public:
     void InitializeParameters() override {
         auto* group = new QLM_Parameter(QLM_ParameterType::BoolGroup, "", "", nullptr);
-        const struct { const char* label; bool* value; } rows[] = {{"Horiz", &Horizontal}, {"Vert", &Vertical}};
-        for (const auto& row : rows) group->Children.push_back(new QLM_Parameter(QLM_ParameterType::Bool, row.label, "", row.value));
+        const struct {
+            const char* label;
+            bool* value;
+        } rows[] = {{"Horiz", &Horizontal}, {"Vert", &Vertical}};
+        for (const auto& row : rows)
+            group->Children.push_back(new QLM_Parameter(QLM_ParameterType::Bool, row.label, "", row.value));
         Parameters.push_back(group);
     }
 };
@@ -96,8 +100,8 @@ TEST_F(Tools, PaintBrushesShareTheirPropertiesAndParameters) {
 
 TEST_F(Tools, EffectiveValuesFollowThePen) {
     QLM_Engine* engine = QLM_GetEngine();
-    const bool before[4] = {engine->tabletPressureVariesStrength, engine->tabletPressureVariesDensity, engine->tabletPressureVariesHardness,
-                            engine->tabletPressureVariesPseudoSize};
+    const bool before[4] = {engine->tabletPressureVariesStrength, engine->tabletPressureVariesDensity,
+                            engine->tabletPressureVariesHardness, engine->tabletPressureVariesPseudoSize};
     QLM_Brush brush;
     brush.Properties() = {.Size = 0.5f, .Hardness = 0.8f, .Strength = 0.6f, .Density = 0.4f};
     brush.Pressure = 0.5f;
@@ -232,7 +236,7 @@ TEST_F(Tools, MoveKeepsTheGrabbedPointUnderThePointer) {
     tool->OnMotion(viewport, -0.25f, 0.125f);
     viewport->Unproject(-0.25f, 0.125f, after);
     for (int i = 0; i < 3; ++i) EXPECT_NEAR(after[i], grabbed[i], 1e-5f);
-    EXPECT_NEAR(viewport->GetLookAt()[0], 1.0f, 1e-5f);  // half of 2 world units to the left
+    EXPECT_NEAR(viewport->GetLookAt()[0], 1.0f, 1e-5f); // half of 2 world units to the left
     EXPECT_NEAR(viewport->GetLookAt()[1], 0.75f, 1e-5f);
     tool->OnMouse(viewport, 0, QLM_Tool::Release, -0.25f, 0.125f);
 
