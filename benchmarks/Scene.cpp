@@ -10,7 +10,6 @@
 #include "Geometry/QLM_ObjectManager.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
-#include "Rendering/QLM_OverdrawBufferWorkhorse.h"
 #include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
 
@@ -86,7 +85,6 @@ void BindPlainMap(QLM_Object* object, unsigned side) {
     QLM_Mesh* mesh = object->GetMesh();
     maps->AssignMapToMaterialChannel(&mesh->GetMapList(), mesh->GetMaterials()[0]->Color, map);
     mesh->UpdateAllMapPolygonLists();
-    QLM_OverdrawBufferWorkhorse::Request(map);
     QLM_GetManagers().GetViewportManager()->OnAllViewportsChanged();
     SettleBenchmark();
 }

@@ -15,7 +15,6 @@
 #include "Images/QLM_ImageLoader.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
-#include "Rendering/QLM_OverdrawBufferWorkhorse.h"
 #include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
 
@@ -68,7 +67,6 @@ void LoadMaterialMaps(QLM_Mesh* mesh, const std::string& folder) {
             QLM_MaterialMapSource* map = maps->LoadMapFromFile(found, error);
             if (map) {
                 maps->AssignMapToMaterialChannel(&mesh->GetMapList(), channel, map);
-                QLM_OverdrawBufferWorkhorse::Request(map);
             } else {
                 failed.push_back(found);
                 QLM_OS::Get().PrintMessageText(error);

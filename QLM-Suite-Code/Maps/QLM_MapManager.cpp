@@ -25,16 +25,6 @@ std::string CanonicalPath(const std::string& nativePath) {
     return failure ? nativePath : canonical.string();
 }
 
-/// The n of "base (n).extension", 0 for any other name.
-unsigned long CopyNumber(const std::string& name, const std::string& stem, const std::string& ending) {
-    const std::string head = stem + " (", tail = ")" + ending;
-    if (name.size() <= head.size() + tail.size() || name.compare(0, head.size(), head) != 0) return 0;
-    if (name.compare(name.size() - tail.size(), tail.size(), tail) != 0) return 0;
-    const std::string digits = name.substr(head.size(), name.size() - head.size() - tail.size());
-    const bool isNumber = digits.size() < 10 && digits.find_first_not_of("0123456789") == std::string::npos;
-    return isNumber ? std::stoul(digits) : 0;
-}
-
 /// Channel names by the switches 1 to 7 of the paint target.
 constexpr const char* SwitchChannels[] = {"Color",   "Bump",     "Transparency", "Displacement",
                                           "Ambient", "Specular", "Glossy"};
@@ -77,16 +67,9 @@ void QLM_MapManager::Clear() {
 }
 
 std::string QLM_MapManager::MakeUniqueName(const std::string& name) {
-    const std::string extension = QLM_ExtensionOf(name);
-    const std::string ending = extension.empty() ? std::string() : "." + extension;
-    const std::string stem = name.substr(0, name.size() - ending.size());
-    bool taken = false;
-    unsigned long greatest = 0;
-    for (QLM_MaterialMapSource* map : GetMaps()) {
-        taken = taken || name == map->GetName();
-        greatest = std::max(greatest, CopyNumber(map->GetName(), stem, ending));
-    }
-    return taken ? stem + " (" + std::to_string(greatest + 1) + ")" + ending : name;
+    std::vector<std::string> taken;
+    for (QLM_MaterialMapSource* map : GetMaps()) taken.push_back(map->GetName());
+    return QLM_MakeUniqueName(taken, name, QLM_ExtensionOf(name));
 }
 
 QLM_MaterialMapSource* QLM_MapManager::CreateMapSource() {

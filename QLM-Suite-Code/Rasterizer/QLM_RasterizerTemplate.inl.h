@@ -12,7 +12,6 @@
 
 /// Switches of an instance. Each pass has one word; a bit that is clear leaves its code out.
 enum QLM_RasterFlag : uint32_t {
-    eRaster_SourceAlpha = 1u << 8,     // sample the source's alpha
     eRaster_VertexStrength = 1u << 9,  // alpha from vertex strength and overlay
     eRaster_DepthTest = 1u << 12,      // take a pixel by depth and list order
     eRaster_Gutter = 1u << 20,         // paint owned pixels beyond the edges
@@ -156,9 +155,7 @@ struct QLM_ScreenTriangle {
 };
 
 /// Base of the pixel policies.
-struct QLM_Shader {
-    static constexpr bool usesSource = false;
-};
+struct QLM_Shader {};
 
 /// One triangle of one pass. ColorFilter samples the source picture, AlphaFilter its alpha (screen) or the overlay
 /// (paint); Sample is the type that colours are handed to the shader in.

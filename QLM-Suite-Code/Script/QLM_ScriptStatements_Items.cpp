@@ -12,7 +12,6 @@
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Script/QLM_ScriptState.h"
-#include "Tools/QLM_BrushShapeManager.h"
 #include "Tools/QLM_ToolManager.h"
 
 namespace {
@@ -113,10 +112,7 @@ bool Set(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) {
         error = "the current tool has no parameter \"" + words[1] + "\"";
         return false;
     }
-    if (!parameter->SetValueFromText(words[2], error)) return false;
-    tool->OnParameterChanged(parameter);
-    QLM_GetManagers().GetBrushShapeManager()->InvalidateTip();
-    return true;
+    return parameter->SetValueFromText(words[2], error);
 }
 
 bool Option(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) { return QLM_SetScriptOption(words[1], words[2], error); }

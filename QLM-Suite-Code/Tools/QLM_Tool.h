@@ -14,8 +14,13 @@ enum QLM_ToolFlag : uint32_t {
     eTool_FadeByAngle = 1u << 1,
     eTool_MirroredStrokes = 1u << 2,
     eTool_TellsViewports = 1u << 4,
-    eTool_TakesMotion = 1u << 9, eTool_Culling = 1u << 10, eTool_AnyViewport = 1u << 11, eTool_NoMirrorEvents = 1u << 17,
-    eTool_HasLock = 1u << 20, eTool_ShiftLocksAxis = 1u << 22, eTool_StateInAllViewports = 1u << 23
+    eTool_TakesMotion = 1u << 9,
+    eTool_Culling = 1u << 10,
+    eTool_AnyViewport = 1u << 11,
+    eTool_NoMirrorEvents = 1u << 17,
+    eTool_HasLock = 1u << 20,
+    eTool_ShiftLocksAxis = 1u << 22,
+    eTool_StateInAllViewports = 1u << 23
 };
 
 /// The brush properties that a family of tools shares; process-wide, main thread.

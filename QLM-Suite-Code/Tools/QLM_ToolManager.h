@@ -45,7 +45,10 @@ class QLM_ToolManager : public QLM_Manager {
     float autoPressureMidpoint = 0.05f;
 
   private:
-    struct Factory { std::string list, name; std::function<QLM_Tool*()> make; };
+    struct Factory {
+        std::string list, name;
+        std::function<QLM_Tool*()> make;
+    };
     std::vector<Factory> factories;
     QLM_List<QLM_ToolList*> lists;
     std::vector<std::pair<std::string, QLM_Tool*>> allTools;

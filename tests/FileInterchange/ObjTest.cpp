@@ -121,8 +121,8 @@ TEST_F(Obj, GroupsMaterialsAndLineEnds) {
 
 TEST_F(Obj, MaterialStatements) {
     Put("my cow.mtl", "newmtl a\nNs 50\nd 0.25\nKd 0.1 0.2 0.3\nKs 1 2\nMAP_KD -s 1 1 1 tex.png\nmap_Bump -bm 0.5 b.png\ndisp d.tif\n"
-                      "newmtl nobody\nKd 9 9 9\nnewmtl b\nd 1.0\nmap_d  my mask.png  \nKa 0.5 0.5 0.5\n");
-    ASSERT_TRUE(Read("mtllib sub/dir/my cow.mtl\nusemtl a\n" + Square + "f 1 2 3\nusemtl b\nf 1 2 3\n"));
+                      "newmtl nobody\nKd 9 9 9\nnewmtl b/1\nd 1.0\nmap_d  my mask.png  \nKa 0.5 0.5 0.5\n");
+    ASSERT_TRUE(Read("mtllib sub/dir/my cow.mtl\nusemtl a\n" + Square + "f 1 2 3\nusemtl b/1\nf 1 2 3\n"));
     const QLM_Material &a = *Mesh().GetMaterials()[0], &b = *Mesh().GetMaterials()[1];
     EXPECT_FLOAT_EQ(a.Glossy->Strength, 0.5f);
     EXPECT_FLOAT_EQ(a.Transparency->Strength, 0.75f);
@@ -196,7 +196,7 @@ TEST_F(Obj, LinesAreThoseOfTheLineReader) {
 TEST_F(Obj, WritesWhatItReads) {
     Put("a.mtl", "newmtl one\nKd 0.5 0.25 0.125\nd 0.5\nnewmtl two\n");
     ASSERT_TRUE(Read("mtllib a.mtl\nv 0.123456789 -0.000000012 1000.5\nv 1 0 0\nv 1 1 0\n" + UVs +
-                     "usemtl one\ng arm:1\nf 1/1 2/2 3/3\nusemtl two\nf 3/3 2/2 1/4\ng leg\nf 1/1 2/2 3/3\n"));
+                     "usemtl one\ng arm\nf 1/1 2/2 3/3\nusemtl two\nf 3/3 2/2 1/4\ng leg\nf 1/1 2/2 3/3\n"));
     std::string failed;
     const std::string out = folder + "out.obj";
     ASSERT_TRUE(QLM_WriteObjFile(&Mesh(), out, {}, failed)) << failed;

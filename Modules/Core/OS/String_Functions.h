@@ -25,6 +25,9 @@ std::string QLM_KeyOfExpression(std::string_view text);
 inline void QLM_KeyOfExpression(std::string_view text, std::string& key, std::string& value) { QLM_SplitKeyValue(text, key, value); }
 std::string QLM_ToLower(std::string_view text); ///< ASCII only
 
+/// `base`, or "base (n)" with n one above the greatest in use. A file `extension` (without dot) stays at the end.
+std::string QLM_MakeUniqueName(const std::vector<std::string>& taken, const std::string& base, const std::string& extension = {});
+
 /// Base64 in the published alphabet, with padding.
 std::string QLM_Base64Encode(const void* data, size_t size);
 /// Decodes; false at a character outside the alphabet.

@@ -60,12 +60,14 @@ void QLM_BaseClassA::ReAddToIDMap() {
 
 QLM_SafePtr<QLM_BaseClass> QLM_BaseClassA::GetChild(int) const { return nullptr; }
 
-void QLM_BaseClassA::SetNameText(const std::string& text) {
-    name = text;
-    // A name never holds a path separator or a format directive.
-    for (char& c : name)
+// A name never holds a path separator or a format directive.
+std::string QLM_CleanName(std::string text) {
+    for (char& c : text)
         if (std::strchr(":\\/%", c) && c) c = '_';
+    return text;
 }
+
+void QLM_BaseClassA::SetNameText(const std::string& text) { name = QLM_CleanName(text); }
 
 void QLM_BaseClassA::SetTreePath(const char* path) {
     char* copy = nullptr;

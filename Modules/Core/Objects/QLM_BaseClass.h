@@ -79,6 +79,9 @@ class QLM_BaseClassA : public virtual QLM_RootClass {
     bool current = false;
 };
 
+/// A text as an item bears it as its name: ":" "\\" "/" "%" become "_". Any thread.
+std::string QLM_CleanName(std::string text);
+
 /// The key-value bag of every QLM_BaseClass. Single operations are safe from any thread.
 /// Flags of the setters: bit 0 (1) resets the property's flags to 0, else the bits are OR-ed in;
 /// 2 = saved in files, 4 = temporary.

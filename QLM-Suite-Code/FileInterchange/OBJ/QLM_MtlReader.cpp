@@ -53,7 +53,7 @@ void QLM_ReadMtlFile(const std::string& path, QLM_Mesh* mesh, bool importMaps) {
     while (lines.Next(line)) {
         const std::string_view token = QLM_Scan::Word(line, rest);
         if (token.empty() || token[0] == '#') continue;
-        if (QLM_CompareNoCase(token, "newmtl") == 0) selected = mesh->FindMaterialByName(std::string(rest));
+        if (QLM_CompareNoCase(token, "newmtl") == 0) selected = mesh->FindMaterialByName(QLM_CleanName(std::string(rest)));
         else if (selected) Statement(*selected, token, EraseSwitches(rest), importMaps);
     }
     QLM_fclose(stream);
