@@ -6,6 +6,7 @@
 #include "Core/OS/QLM_OS.h"
 #include "Core/Threads/QLM_ThreadCruncher.h"
 #include "Engine/QLM_Events.h"
+#include "Engine/QLM_Messages.h"
 #include "Engine/QLM_UndoManager.h"
 #include "FileInterchange/QLM_IOManager.h"
 #include "Geometry/QLM_GeometryManagers.h"
@@ -30,6 +31,11 @@
 #include "Tools/QLM_ToolManager.h"
 #include "Tools/QLM_ToolManagers.h"
 #include "VirtualMemory/QLM_VirtualMemory.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace {
 
@@ -98,38 +104,68 @@ QLM_EngineParts MakeEngineParts() {
 
 } // namespace
 
-bool QLM_StartProgram(const QLM_StartOptions& options, std::string& error) {
+bool QLM_TakeInstanceLock() {
+    static int lockFile = -1;
+    if (lockFile >= 0) return true;
+    const char* folder = std::getenv("XDG_RUNTIME_DIR");
+    const std::string path = folder && *folder ? std::string(folder) + "/Quillmere_RUNNING.lock"
+                                               : "/tmp/Quillmere_RUNNING-" + std::to_string(getuid()) + ".lock";
+    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    // Where no lock can be made none is needed: nobody else can have it either.
+    if (file < 0) return true;
+    if (flock(file, LOCK_EX | LOCK_NB) != 0) {
+        close(file);
+        return false;
+    }
+    lockFile = file;
+    return true;
+}
+
+void QLM_StartLogging(const QLM_StartOptions& options) {
     QLM_OS::SetMainThread();
-    QLM_OS& os = QLM_OS::Get();
     if (options.threads > 0) QLM_OS::SetNumberOfThreads(options.threads);
     QLM_SetScriptSeed(options.seed);
     if (options.seed) QLM_SeedRandom(options.seed);
-
-    // Logger first: what fails from here on is in the log.
-    QLM_InitializeExceptionHandling(options.logFolder.empty() ? QLM_OS::GetDocumentsDirectory() : options.logFolder, options.installSignalHandlers);
+    // What fails from here on is in the log.
+    const std::string folder = options.logFolder.empty() ? QLM_OS::GetDocumentsDirectory() : options.logFolder;
+    QLM_InitializeExceptionHandling(folder, options.installSignalHandlers);
     if (options.useUserSettings) QLM_LoadLoggingLevel(QLM_OS::GetConfigDirectory());
+}
 
-    // The OS layer finds the installation.
+bool QLM_StartCoreModules(const QLM_StartOptions& options, std::string& error) {
+    QLM_OS& os = QLM_OS::Get();
     if (!options.applicationDirectory.empty()) os.SetApplicationDirectory(options.applicationDirectory);
-    if (!os.Initialize()) {
-        error = "Please execute this application from within it's proper folder.\n\n( hint, there should be several sub-folders, "
-                "including one called 'Data'. Also if you copied this executable manually, be sure that you did not create a shortcut by accident )";
-        QLM_EndLogging();
-        return false;
-    }
+    if (os.Initialize()) return true;
+    error = "Please execute this application from within it's proper folder.\n\n( hint, there should be several sub-folders, "
+            "including one called 'Data'. Also if you copied this executable manually, be sure that you did not create a shortcut by accident )";
+    QLM_EndLogging();
+    return false;
+}
 
-    // Modules, then the engine.
+bool QLM_StartModules(const QLM_StartOptions& options, std::string& error) {
     QLM_InitializeEvents();
     QLM_InitializeMathLookupTables();
     QLM_InitializeImageHandlers();
     QLM_GL_InitTextures();
-    if (!QLM_LoadGraphicsFile(os.GetApplicationDirectory() + "Data/Graphics.dat", error)) {
+    if (!QLM_LoadGraphicsFile(QLM_OS::Get().GetApplicationDirectory() + "Data/Graphics.dat", error)) {
         QLM_EndLogging();
         return false;
     }
     QLM_VirtualMemory_Initialize();
+    if (options.singleInstance && !QLM_TakeInstanceLock()) {
+        error = QLM_FormatText(QLM_GetString(614), "Quillmere");
+        QLM_VirtualMemory_Shutdown();
+        QLM_EndLogging();
+        return false;
+    }
     FillModuleHooks();
     QLM_CreateEngine("Quillmere", MakeEngineParts(), options.shell, options.useUserSettings);
+    return true;
+}
+
+bool QLM_StartProgram(const QLM_StartOptions& options, std::string& error) {
+    QLM_StartLogging(options);
+    if (!QLM_StartCoreModules(options, error) || !QLM_StartModules(options, error)) return false;
     QLM_GetEngine()->SignalReadyToExecute();
     return true;
 }

@@ -158,6 +158,16 @@ void QLM_GL_SetActualTexture(const uint8_t* pixels, uint32_t width, uint32_t hei
     glTexImage2D(GL_TEXTURE_2D, 0, format, GLsizei(width), GLsizei(height), 0, GL_RGB, GL_UNSIGNED_BYTE, pixels);
 }
 
+void QLM_GL_UploadPreview(uint32_t& name, const uint8_t* rgb, uint32_t width, uint32_t height) {
+    if (!QLM_GL_IsAvailable()) return;
+    if (name == 0) glGenTextures(1, &name);
+    glBindTexture(GL_TEXTURE_2D, name);
+    SetParameters(GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGB, GLsizei(width), GLsizei(height), 0, GL_RGB, GL_UNSIGNED_BYTE, rgb);
+}
+
 // ------------------------------------------------------------------------------------------------- display lists
 
 void QLM_DisplayList::Begin() {

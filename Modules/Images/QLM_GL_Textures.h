@@ -39,6 +39,10 @@ QLM_GL_Texture* QLM_GL_FindTexture(const std::string& name);
 /// Uploads a block into the bound texture; does nothing without a context.
 void QLM_GL_SetActualTexture(const uint8_t* pixels, uint32_t width, uint32_t height, uint32_t filter, bool grey, bool compress);
 
+/// Uploads an RGB block into a texture that is made on first use: clamped, nearest, modulating. It stays bound. Does
+/// nothing without a context.
+void QLM_GL_UploadPreview(uint32_t& name, const uint8_t* rgb, uint32_t width, uint32_t height);
+
 /// Reads Graphics.dat ("<256 bytes name><uint32 size><bytes>"...) into the texture table. False with a reason.
 bool QLM_LoadGraphicsFile(const std::string& path, std::string& error);
 

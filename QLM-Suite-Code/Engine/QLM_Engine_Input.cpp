@@ -1,6 +1,7 @@
 #include "Engine/QLM_Engine.h"
 
 #include "Core/Logging/QLM_Logger.h"
+#include "Core/OS/QLM_ModuleHooks.h"
 #include "Core/OS/QLM_OS.h"
 #include "Core/OS/QLM_Tablet.h"
 #include "Core/Threads/QLM_Workhorse.h"
@@ -120,6 +121,7 @@ bool QLM_Engine::Key(int code, QLM_KeyModifiers modifiers) {
 
 bool QLM_Engine::IdlePass() {
     QLM_TakeUpFailure();
+    if (const auto& takeUpRequests = QLM_GetModuleHooks().takeUpRequests) takeUpRequests();
     if (!CanAct() || QLM_OS::Get().IsPumping() || QLM_OS::Get().mouseButtonsDown > 0) return false;
     QLM_Heartbeat(__FILE__, __LINE__, 2);
     if (!IsMouseHeld(*managers)) OnIdleOrPassive();

@@ -246,6 +246,7 @@ void QLM_OctreeMeshContainer::FindOuterVertices() {
 void QLM_OctreeMeshContainer::OctreeBoundsChanged() {
     if (!root) return BuildOctree();
     QLM_TRACE(1);
+    ReleaseDrawingResources();
     const QLM_SimpleArray<int32_t>& vertices = mesh->GetVisibleVertices();
     QLM_ThreadCrunch(static_cast<int64_t>(Leaves.size()), [&](const ThreadCrunchRange& range) {
         QLM_TRACE(3);

@@ -1,11 +1,9 @@
-// The preview of image maps: building its block, and its upload.
+// The preview of image maps: building its block.
 
 #include "Engine/QLM_Engine.h"
 #include "Images/QLM_GL_Textures.h"
 #include "Maps/QLM_ImageMap.h"
 #include "Math/QLM_MathTables.h"
-
-#include <GL/gl.h>
 
 namespace {
 
@@ -30,19 +28,6 @@ void SamplePreview(std::vector<uint8_t>& rgb, uint32_t previewWidth, uint32_t pr
         for (uint64_t column = 0; column < previewWidth; ++column, out += 3)
             pixel(static_cast<uint32_t>(row * height / previewHeight),
                   static_cast<uint32_t>(column * width / previewWidth), out);
-}
-
-void Upload(uint32_t& texture, const uint8_t* rgb, uint32_t width, uint32_t height) {
-    if (!texture) glGenTextures(1, &texture);
-    glBindTexture(GL_TEXTURE_2D, texture);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGB, static_cast<GLsizei>(width), static_cast<GLsizei>(height), 0, GL_RGB,
-                 GL_UNSIGNED_BYTE, rgb);
 }
 
 } // namespace
@@ -86,6 +71,6 @@ void QLM_ImageMap::UpdatePreviewTexture() {
     uint32_t sideX = 0, sideY = 0;
     // Clear the flag first: a change that comes meanwhile asks for the next update.
     previewNeedsUpdate = 0;
-    if (BuildPreview(rgb, sideX, sideY)) Upload(previewTexture, rgb.data(), sideX, sideY);
+    if (BuildPreview(rgb, sideX, sideY)) QLM_GL_UploadPreview(previewTexture, rgb.data(), sideX, sideY);
     else previewNeedsUpdate = 1;
 }

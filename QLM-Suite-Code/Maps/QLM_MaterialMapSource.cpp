@@ -135,6 +135,7 @@ bool QLM_MaterialMapSource::LoadFromFileWithAlpha(const std::string& path, std::
         ResizeWithLayers(image.width, image.height);
     }
     OnWholeMapChanged();
+    savedChangeCounter = changeCounter.load();
     if (!image.notice.empty()) QLM_OS::Get().PrintMessageText(image.notice);
     return true;
 }
@@ -158,6 +159,7 @@ bool QLM_MaterialMapSource::SaveToFile(const std::string& path, std::string& err
     }
     std::string notice;
     const bool saved = SaveMapToFile(path, block, width, height, hasAlpha, error, &notice);
+    if (saved) savedChangeCounter = changeCounter.load();
     if (!notice.empty()) QLM_OS::Get().PrintMessageText(notice);
     return saved;
 }

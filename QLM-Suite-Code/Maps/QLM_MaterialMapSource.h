@@ -57,6 +57,9 @@ class QLM_MaterialMapSource : public virtual QLM_ImageMap, public virtual QLM_Us
     /// Rebuilds the stale cells of a layered map; nothing to do without layers.
     void ResolveMapLayer(bool noChecker);
 
+    /// True when the map changed since it was last read from a file or written to one. Any thread.
+    bool HasUnsavedChanges() const { return changeCounter != savedChangeCounter; }
+
     const std::string& GetMapFileName() const { return MapFileName; }
     void SetMapFileName(const std::string& name); ///< forward slashes become back slashes
 
@@ -72,6 +75,7 @@ class QLM_MaterialMapSource : public virtual QLM_ImageMap, public virtual QLM_Us
 
   private:
     std::string MapFileName;
+    std::atomic<uint32_t> savedChangeCounter{0};
     std::vector<uint8_t> cellFlags;  ///< 0 dirty, 1 clean
     std::vector<uint32_t> cellList;
 };

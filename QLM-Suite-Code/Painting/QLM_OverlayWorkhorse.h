@@ -33,6 +33,7 @@ class TOverlay_Workhorse : public QLM_Workhorse {
     int GetOverlayWidth() const { return settings.overlayWidth; }
     int GetOverlayHeight() const { return settings.overlayHeight; }
     uint64_t GetOverlayVersion(); ///< grows with every stamp
+    bool HasWaitingPoints() const { return pointsDone < pointsGiven; } ///< handed over and not taken yet; any thread
 
     static void ThreadFunc(QLM_Workhorse* self);
 

@@ -21,10 +21,12 @@ class QLM_PaintBrush_Base : public QLM_Brush {
 class QLM_TouchupBrush : public QLM_PaintBrush_Base {
   public:
     QLM_TouchupBrush();
+    ~QLM_TouchupBrush() override;
 
     bool OnMouse(QLM_Viewport* viewport, int button, int action, float x, float y) override;
     bool OnMotion(QLM_Viewport* viewport, float x, float y) override;
     void OnDeactivate() override;
+    void OnDraw(QLM_Viewport* viewport) override;
     void InitializeParameters() override;
 
     virtual float GetOverlayQuality() const { return 1.0f; }
@@ -53,10 +55,21 @@ class QLM_TouchupBrush : public QLM_PaintBrush_Base {
     void ExtendStrokeBounds();
     void ProcessOverlay();
     void GrowStrokeBounds();
+    void DrawPreview(QLM_Viewport* viewport);
+    void RefreshPreview(QLM_Viewport* viewport);
 
     QLM_PaintSettings settings;
     QLM_PaintBuffers buffers;
     float smoothing = 0;
+
+    /// The preview as OpenGL has it.
+    struct Preview {
+        uint32_t texture = 0;
+        int width = 0, height = 0; ///< of the texture
+        int viewport = -1;         ///< that shows it; -1 for none
+        uint64_t version = 0;      ///< of the overlay that it was made from
+        float worldToClip[16] = {};
+    } preview;
 };
 
 /// Plain colour.

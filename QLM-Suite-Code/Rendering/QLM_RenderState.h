@@ -33,6 +33,13 @@ struct QLM_ScreenCache {
     std::vector<float> lights; ///< of each vertex, 0.2..1, as of the last full render
 };
 
+/// A finished picture that stays on the screen while the next one of the same view is being made. Main thread.
+struct QLM_LastPicture {
+    std::vector<uint8_t> pixels; ///< RGBA, row 0 at the bottom
+    uint32_t width = 0, height = 0, number = 0;
+    float worldToClip[16] = {};
+};
+
 struct QLM_RenderState {
     QLM_Camera camera;
     QLM_ImageMap Pixels;              ///< depth 4: the picture of the software engine
@@ -45,6 +52,8 @@ struct QLM_RenderState {
     uint32_t RenderMode = 11;
     bool PartialUpdate = false, DrawBackground = true;
     std::atomic<bool> AbortRender{false};
+    uint32_t pictureNumber = 0;       ///< counts the finished renders
+    QLM_LastPicture lastPicture;      ///< kept by the OpenGL road
     bool pictureValid = false;        ///< the buffers hold a finished render of the present view
     bool needsFullRender = true, needsPartialRender = false;
     std::map<uint32_t, QLM_ScreenCache> screenCaches; ///< by mesh ID

@@ -303,6 +303,7 @@ void QLM_Renderer4::Finish() {
     QLM_RenderState& state = viewport.r4s;
     if (!pass || state.AbortRender) return;
     state.pictureValid = true;
+    ++state.pictureNumber;
     state.needsFullRender = state.needsPartialRender = false;
 }
 

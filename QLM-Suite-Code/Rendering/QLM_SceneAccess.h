@@ -13,6 +13,11 @@ inline QLM_ObjectManager* QLM_ObjectManagerOrNull() {
     QLM_Managers* managers = QLM_ManagersOrNull();
     return managers ? managers->GetObjectManager() : nullptr;
 }
+/// Asks the shell for a new frame of the canvas.
+inline void QLM_RequestRedraw() {
+    const QLM_Engine* engine = QLM_GetEngine();
+    if (engine && engine->shell.requestRedraw) engine->shell.requestRedraw();
+}
 /// The culling manager, null while it doesn't exist.
 inline QLM_CullingManager* QLM_CullingManagerOrNull() {
     QLM_Managers* managers = QLM_ManagersOrNull();

@@ -6,23 +6,21 @@
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_ObjectManager.h"
+#include "Images/QLM_GL_Textures.h"
 #include "Rendering/QLM_CullingManager.h"
 #include "Rendering/QLM_Renderer4.h"
 #include "Rendering/QLM_SceneAccess.h"
 #include "Rendering/QLM_Viewport.h"
+#include "Tools/QLM_ToolManager.h"
 
 namespace {
 
 constexpr int ViewportCount = 4;
 constexpr uint32_t LayoutCount = 6;
+constexpr float InteractionSeconds = 0.3f; ///< a view that stood still for so long is at rest
 constexpr uint8_t CanvasGrey = 128, ViewportGreyStep = 31, FrameDark = 51, FrameLight = 204;
 
 int ToEight(int width) { return width / 8 * 8; }
-
-void RequestRedraw() {
-    const QLM_Engine* engine = QLM_GetEngine();
-    if (engine && engine->shell.requestRedraw) engine->shell.requestRedraw();
-}
 
 } // namespace
 
@@ -47,7 +45,17 @@ void QLM_ViewportManager::OnIdle() {
         return;
     }
     if (renderedViewport) FinishRunningRender();
-    StartRenders();
+    // A picture of a view on the move would be stale before it is done; where OpenGL draws meanwhile it can wait.
+    if (!QLM_GL_IsAvailable() || !IsInteracting()) StartRenders();
+}
+
+bool QLM_ViewportManager::IsInteracting() const {
+    const QLM_Engine* engine = QLM_GetEngine();
+    if (!engine) return false;
+    if (viewportsMoved && engine->lastViewportChangeTimer.GetElapsedSeconds() < InteractionSeconds) return true;
+    const QLM_ToolManager* tools = engine->managers ? engine->managers->GetToolManager() : nullptr;
+    const QLM_Tool* tool = tools ? tools->GetCurrentTool() : nullptr;
+    return mouseViewport >= 0 && tool && tool->IsViewTool();
 }
 
 void QLM_ViewportManager::Clear() {
@@ -55,6 +63,7 @@ void QLM_ViewportManager::Clear() {
     DropPickCache();
     for (auto& viewport : viewports) {
         viewport->r4s.screenCaches.clear();
+        viewport->r4s.lastPicture.pixels.clear();
         viewport->r4s.needsFullRender = true;
         viewport->r4s.pictureValid = false;
     }
@@ -62,7 +71,7 @@ void QLM_ViewportManager::Clear() {
 
 void QLM_ViewportManager::AfterClear() {
     displayMode = 0;
-    mouseViewport = heldButton = -1;
+    mouseViewport = heldButton = pointerViewport = -1;
     for (auto& viewport : viewports) {
         viewport->ViewLocked = viewport->AutoView = false;
         viewport->CopyViewportIndex = -1;
@@ -156,7 +165,7 @@ void QLM_ViewportManager::SetCurrentViewport(int index) {
     }
     currentViewport = index;
     if (QLM_CullingManager* culling = QLM_CullingManagerOrNull()) culling->OnViewChanged();
-    RequestRedraw();
+    QLM_RequestRedraw();
 }
 
 QLM_Viewport* QLM_ViewportManager::GetViewportAt(float x, float y) const {
@@ -182,7 +191,7 @@ void QLM_ViewportManager::MarkAllStale() {
         viewport->r4s.needsFullRender = true;
         viewport->r4s.pictureValid = false;
     }
-    RequestRedraw();
+    QLM_RequestRedraw();
 }
 
 void QLM_ViewportManager::OnAllViewportsChanged() {
@@ -207,7 +216,7 @@ void QLM_ViewportManager::RequestPartialRedraw() {
         else viewport->r4s.needsFullRender = true;
         viewport->r4s.pictureValid = false;
     }
-    RequestRedraw();
+    QLM_RequestRedraw();
 }
 
 void QLM_ViewportManager::RefreshViewport(QLM_Viewport* viewport) {
@@ -215,7 +224,7 @@ void QLM_ViewportManager::RefreshViewport(QLM_Viewport* viewport) {
     AbortRender(viewport);
     viewport->r4s.needsFullRender = true;
     viewport->r4s.pictureValid = false;
-    RequestRedraw();
+    QLM_RequestRedraw();
 }
 
 void QLM_ViewportManager::OnViewportViewChanged(QLM_Viewport* viewport) {
@@ -231,7 +240,7 @@ void QLM_ViewportManager::OnViewportViewChanged(QLM_Viewport* viewport) {
             std::equal(viewport->RotationMatrix, viewport->RotationMatrix + 16, follower->RotationMatrix);
         if (!equal) follower->CopyViewFrom(*viewport);
     }
-    RequestRedraw();
+    QLM_RequestRedraw();
 }
 
 void QLM_ViewportManager::OnGlobalScaleChanged(float newScale) {
@@ -284,7 +293,7 @@ void QLM_ViewportManager::FinishRunningRender() {
     if (!finished->r4s.pictureValid) return;
 
     if (const QLM_Engine* engine = QLM_GetEngine()) finished->stepNumber = engine->redrawCounter;
-    RequestRedraw();
+    QLM_RequestRedraw();
     // Each shown viewport needs the marks of touched leaves once.
     QLM_ObjectManager* objects = QLM_ObjectManagerOrNull();
     if (AreRendersPending() || !objects) return;

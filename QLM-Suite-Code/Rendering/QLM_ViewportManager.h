@@ -78,6 +78,14 @@ class QLM_ViewportManager : public QLM_Manager {
     bool PointerPress(int button, float x, float y);
     void PointerMove(float x, float y);
     void PointerRelease(int button, float x, float y);
+    void PointerLeave(); ///< the pointer left the canvas
+    /// The viewport under the pointer, during a drag the one that holds it; null with the pointer elsewhere.
+    QLM_Viewport* GetPointerViewport() const {
+        return pointerViewport >= 0 ? viewports[pointerViewport].Get() : nullptr;
+    }
+    /// True while the mouse moves a view, and until the views have stood still for a moment. OpenGL draws meanwhile;
+    /// the idle pass that finds it false again starts the software render.
+    bool IsInteracting() const;
     /// Normalised coordinates of a canvas place in a viewport.
     static void Normalise(const QLM_Viewport& viewport, float x, float y, float& nx, float& ny);
     /// Called by a viewport whose view changed: culling, picks and the viewports that copy it follow.
@@ -101,6 +109,7 @@ class QLM_ViewportManager : public QLM_Manager {
     QLM_Owned<QLM_Viewport> viewports[4];
     int currentViewport = 0, activeViewport = 0, maximizedViewport = -1;
     int heldButton = -1;
+    int pointerViewport = -1;
     float constrainedX = 0, constrainedY = 0; ///< the last motion point behind the tool's constraint
     int canvasWidth = 1280, canvasHeight = 720;
     float pixelsPerUnit = 1.0f;

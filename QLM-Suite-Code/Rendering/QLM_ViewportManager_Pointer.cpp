@@ -43,7 +43,7 @@ bool QLM_ViewportManager::PointerPress(int button, float x, float y) {
     // While one button holds the pointer the others do nothing.
     if (!viewport || !tool || heldButton >= 0) return false;
     heldButton = button;
-    mouseViewport = activeViewport = viewport->index;
+    mouseViewport = activeViewport = pointerViewport = viewport->index;
     SetCurrentViewport(viewport->index);
     if (QLM_CullingManager* culling = QLM_CullingManagerOrNull()) culling->RefreshEffectiveMethod();
     // A stroke reads depth, IDs and colours of the picture that the user sees.
@@ -68,6 +68,7 @@ void QLM_ViewportManager::MoveHeldPointer(float x, float y) {
     const float nx = constrainedX, ny = constrainedY;
     tool->OnMotion(viewport, nx, ny);
     SendMirroredMotions(*tool, viewport, nx, ny);
+    QLM_RequestRedraw();
 }
 
 void QLM_ViewportManager::PointerMove(float x, float y) {
@@ -77,11 +78,19 @@ void QLM_ViewportManager::PointerMove(float x, float y) {
     }
     QLM_Viewport* viewport = GetViewportAt(x, y);
     QLM_Tool* tool = CurrentTool();
+    if (!viewport) PointerLeave();
     if (!viewport || !tool) return;
-    activeViewport = viewport->index;
+    activeViewport = pointerViewport = viewport->index;
     Normalise(*viewport, x, y, constrainedX, constrainedY);
     tool->ConstrainPoint(constrainedX, constrainedY);
     tool->OnPassiveMotion(viewport, constrainedX, constrainedY);
+    if (tool->UsesBrushShape()) QLM_RequestRedraw(); // its outline follows the pointer
+}
+
+void QLM_ViewportManager::PointerLeave() {
+    if (pointerViewport < 0 || heldButton >= 0) return;
+    pointerViewport = -1;
+    QLM_RequestRedraw();
 }
 
 void QLM_ViewportManager::PointerRelease(int button, float x, float y) {
@@ -92,4 +101,7 @@ void QLM_ViewportManager::PointerRelease(int button, float x, float y) {
     heldButton = -1;
     if (QLM_Tool* tool = CurrentTool()) tool->OnMouse(viewport, button, QLM_Tool::Release, nx, ny);
     mouseViewport = -1;
+    const QLM_Viewport* below = GetViewportAt(x, y);
+    pointerViewport = below ? below->index : -1;
+    QLM_RequestRedraw();
 }

@@ -139,7 +139,7 @@ void QLM_BrushShapeManager::Initialize() { LoadDefaultShape(); }
 
 bool QLM_BrushShapeManager::LoadShape(const std::string& path, std::string& error) {
     if (!ShapeSource.LoadGreyFromFile(path, error)) return false;
-    tipStale = true;
+    InvalidateTip();
     return true;
 }
 
@@ -187,14 +187,9 @@ void QLM_BrushShapeManager::SetupOverlayAndBrushShape(QLM_Viewport* viewport, QL
     BuildTurnedTip(HardShape, BrushTip, side, Radians(angle), tool->GetPanelAspect());
 
     GetTipSize(tool, viewport->width, width, height);
-    TipOutline.SetDimensions(static_cast<uint32_t>(width), static_cast<uint32_t>(height), 1);
-    TipOutline.ResizeFrom(BrushTip, false);
-    ColorizeOverlay.Copy(TipOutline);
-    uint8_t* outline = TipOutline.GetPixels();
-    const int factor = HardnessFactor(hardness);
-    for (uint64_t i = 0; i < TipOutline.GetByteCount(); ++i) outline[i] = Harden(outline[i], factor);
-    OutlinePoints = FindOutline(outline, width, height);
-    if (OutlinePoints.empty()) OutlinePoints = CircleOutline(size * 0.5f * static_cast<float>(viewport->width));
+    ColorizeOverlay.SetDimensions(static_cast<uint32_t>(width), static_cast<uint32_t>(height), 1);
+    ColorizeOverlay.ResizeFrom(BrushTip, false);
+    UpdateOutline(viewport, tool);
 
     lastSize = size;
     lastHardness = hardness;
@@ -202,6 +197,34 @@ void QLM_BrushShapeManager::SetupOverlayAndBrushShape(QLM_Viewport* viewport, QL
     lastStampingWidth = stampingWidth;
     lastViewportWidth = viewport->width;
     tipStale = false;
+}
+
+void QLM_BrushShapeManager::UpdateOutline(QLM_Viewport* viewport, QLM_Tool* tool) {
+    const float size = tool->GetSize(), hardness = tool->GetHardness(), angle = tool->GetAngle();
+    if (!outlineStale && size == outlineSize && hardness == outlineHardness && angle == outlineAngle &&
+        viewport->width == outlineViewportWidth)
+        return;
+    OutlinePoints.clear();
+    if (ShapeSource.HasPixels()) {
+        // The stamping tip is many times as large; the outline needs only the pixels of the screen.
+        int width, height;
+        GetTipSize(tool, viewport->width, width, height);
+        const int side = RoundToSide(static_cast<float>(viewport->width) * size * tool->GetPanelAspect());
+        QLM_ImageMap shape;
+        BuildHardShape(ShapeSource, shape, side, hardness);
+        TipOutline.SetDimensions(static_cast<uint32_t>(width), static_cast<uint32_t>(height), 1);
+        BuildTurnedTip(shape, TipOutline, side, Radians(angle), tool->GetPanelAspect());
+        uint8_t* outline = TipOutline.GetPixels();
+        const int factor = HardnessFactor(hardness);
+        for (uint64_t i = 0; i < TipOutline.GetByteCount(); ++i) outline[i] = Harden(outline[i], factor);
+        OutlinePoints = FindOutline(outline, width, height);
+    }
+    if (OutlinePoints.empty()) OutlinePoints = CircleOutline(size * 0.5f * static_cast<float>(viewport->width));
+    outlineSize = size;
+    outlineHardness = hardness;
+    outlineAngle = angle;
+    outlineViewportWidth = viewport->width;
+    outlineStale = false;
 }
 
 void QLM_BrushShapeManager::MirrorOverlay(QLM_ImageMap& overlay, bool mirrorX, bool mirrorY) {

@@ -25,6 +25,8 @@ QLM_Navigator::QLM_Navigator() {
 }
 
 bool QLM_Navigator::OnMouse(QLM_Viewport* viewport, int button, int action, float x, float y) {
+    // The last stretch of a drag may come with the release alone.
+    if (action == Release && active && (x != CurrentX || y != CurrentY)) OnMotion(viewport, x, y);
     const bool taken = QLM_Tool::OnMouse(viewport, button, action, x, y);
     if (action == Release) {
         if (active) QLM_PostEvent(QLM_Event_RefreshAllViewports);

@@ -60,6 +60,9 @@ class QLM_Tool : public virtual QLM_BaseClass {
     virtual bool OnMouse(QLM_Viewport* viewport, int button, int action, float x, float y);
     virtual void OnPassiveMotion(QLM_Viewport* viewport, float x, float y);
     virtual bool OnMotion(QLM_Viewport* viewport, float x, float y);
+    /// Feedback on top of a viewport's picture, for each shown viewport of a frame. With a context current OpenGL
+    /// stands in pixels of the viewport, origin at its lower left and scissored to it, with lighting, depth test,
+    /// textures and blending off and all arrays disabled; it is to be left so.
     virtual void OnDraw(QLM_Viewport* viewport);
     virtual void OnIdle(QLM_Viewport* viewport);
     virtual void OnStrokeFinished() {}
@@ -112,8 +115,13 @@ class QLM_Brush : public QLM_Tool {
   public:
     bool UsesBrushShape() const override { return true; }
     QLM_BrushProperties& Properties() const override;
+    void OnDraw(QLM_Viewport* viewport) override; ///< the tip's outline, in the viewport under the pointer only
 
   protected:
+    /// The outline of the tip with a soft halo around a normalised place.
+    void DrawBrushShape(QLM_Viewport* viewport, float x, float y);
+    /// Two short lines, white on black, that meet in a pixel of the viewport.
+    static void DrawCrosshair(float pixelX, float pixelY);
     /// Appends Size, Hardness, Angle, Strength, Spacing and Density with the table's labels and limits.
     void BuildBrushParameters();
 };

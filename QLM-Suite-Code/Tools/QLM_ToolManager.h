@@ -37,6 +37,7 @@ class QLM_ToolManager : public QLM_Manager {
     bool finishStrokeFlag = false;
     bool undoOptimiserPaused = false;
     bool paintInProgress = false;
+    bool canvasHasToolFocus = false; ///< the last press was on the canvas, not in a panel
     int brushAdjustmentMode = 0;
     /// Channels that take paint: current, Color, Bump, Transparency, Displacement, Ambient, Specular, Glossy.
     bool paintChannels[8] = {true, false, false, false, false, false, false, false};

@@ -2,6 +2,7 @@
 
 #include "Core/Logging/QLM_LogInternals.h"
 #include "Core/Logging/QLM_Logger.h"
+#include "Core/OS/QLM_Clock.h"
 #include "Core/OS/QLM_OS.h"
 #include "Core/Threads/QLM_Threads.h"
 
@@ -9,18 +10,22 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <unistd.h>
 
 namespace {
 
 constexpr unsigned FailureAlarmSeconds = 30;
+constexpr double TakeUpSeconds = 30.0; ///< for the main thread; then the failed worker reports by itself
 constexpr size_t MainSignalStackBytes = 1 << 20; ///< the whole report may run on it
 
 std::atomic<bool> failureUnderWay{false};
-bool reporting = false; ///< main thread only
+std::atomic<std::thread::id> reporter{}; ///< the thread on the road to the end of the process
 std::function<void(const std::string&)> failureHook;
+std::atomic<bool> handlersInstalled{false};
 
 // A failure handed over: fixed storage without a lock, since the failing thread may be inside a signal handler.
 enum HandOver { Empty, Writing, Ready, Taken };
@@ -36,11 +41,43 @@ void SetFailureFlag() {
     for (;;) pause();
 }
 
+/// False when the seconds went by and the text still lies there.
+bool WaitForTakeUp(double seconds) {
+    const uint64_t end = QLM_Clock::RealNanoseconds() + static_cast<uint64_t>(seconds * 1e9);
+    while (handOver == Ready) {
+        if (QLM_Clock::RealNanoseconds() >= end) return false;
+        const timespec interval = {0, 50'000'000};
+        nanosleep(&interval, nullptr);
+    }
+    return true;
+}
+
+[[noreturn]] void ShowFinalReport(const std::string& text);
+
+/// One thread walks the road; another that comes here stands still until the process ends.
+void Report(const std::string& text) {
+    SetFailureFlag();
+    std::thread::id nobody;
+    if (!reporter.compare_exchange_strong(nobody, std::this_thread::get_id())) {
+        // A failure of the report itself goes no further road.
+        if (QLM_IsReportingFailure()) ShowFinalReport(text);
+        BlockForEver();
+    }
+    QLM_SetFailureAlarm(true);
+    QLM_LogFailureAndClose(text);
+    if (failureHook) failureHook(text);
+    else ShowFinalReport(text);
+}
+
 [[noreturn]] void HandOverText(const char* text) {
     int expected = Empty;
     if (handOver.compare_exchange_strong(expected, Writing)) {
         std::snprintf(handedOverText, sizeof handedOverText, "%s", text);
         handOver = Ready;
+        SetFailureFlag();
+        QLM_SetFailureAlarm(false); // the wait has its own end
+        expected = Ready;
+        if (!WaitForTakeUp(TakeUpSeconds) && handOver.compare_exchange_strong(expected, Taken)) Report(text);
     }
     SetFailureFlag();
     BlockForEver();
@@ -59,10 +96,8 @@ void SetFailureFlag() {
 
 constexpr int handledSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
 constexpr size_t handledCount = sizeof handledSignals / sizeof *handledSignals;
-bool handlersInstalled = false;
 struct sigaction formerActions[handledCount], formerAlarmAction;
 std::optional<QLM_SignalStack> mainSignalStack;
-std::atomic<bool> crashed{false};
 
 void OnAlarm(int) {
     static const char message[] = "The failure report did not come to an end.\n";
@@ -81,9 +116,8 @@ void DescribeSignal(char* out, size_t size, int signalNumber, const siginfo_t* i
 void OnCrash(int signalNumber, siginfo_t* info, void*) {
     // A second fault on this road ends the process at once.
     for (const int handled : handledSignals) signal(handled, SIG_DFL);
-    crashed = true;
-    QLM_SetFailureAlarm(true);
     SetFailureFlag();
+    QLM_SetFailureAlarm(true);
 
     char text[256], head[640], thread[32];
     const bool onMain = QLM_OS::IsMainThread();
@@ -115,19 +149,13 @@ void OnCrash(int signalNumber, siginfo_t* info, void*) {
 void QLM_SetFailureHook(std::function<void(const std::string&)> hook) { failureHook = std::move(hook); }
 
 void QLM_ReportFailure(const std::string& text) {
-    if (!QLM_OS::IsMainThread()) QLM_HandOverFailure(text);
-    SetFailureFlag();
-    // A failure of the report itself goes no further road.
-    if (reporting) ShowFinalReport(text);
-    reporting = true;
-    QLM_LogFailureAndClose(text);
-    if (failureHook) failureHook(text);
-    else ShowFinalReport(text);
+    if (!QLM_OS::IsMainThread() && !QLM_IsReportingFailure()) QLM_HandOverFailure(text);
+    Report(text);
 }
 
 bool QLM_IsFailureUnderWay() { return failureUnderWay.load(std::memory_order_relaxed); }
 
-bool QLM_IsReportingFailure() { return reporting; }
+bool QLM_IsReportingFailure() { return reporter.load() == std::this_thread::get_id(); }
 
 void QLM_HandOverFailure(const std::string& text) { HandOverText(text.c_str()); }
 
@@ -135,10 +163,12 @@ void QLM_TakeUpFailure() {
     if (!QLM_IsFailureUnderWay() || !QLM_OS::IsMainThread()) return;
     int expected = Ready;
     if (handOver.compare_exchange_strong(expected, Taken)) QLM_ReportFailure(handedOverText);
+    // A worker that lost its patience ends the process; nothing may change under its hands.
+    else if (reporter.load() != std::thread::id() && !QLM_IsReportingFailure()) BlockForEver();
 }
 
 void QLM_SetFailureAlarm(bool on) {
-    if (crashed) alarm(on ? FailureAlarmSeconds : 0);
+    if (handlersInstalled && QLM_IsFailureUnderWay()) alarm(on ? FailureAlarmSeconds : 0);
 }
 
 void QLM_InstallSignalHandlers() {
@@ -156,8 +186,8 @@ void QLM_InstallSignalHandlers() {
 
 void QLM_RestoreSignalHandlers() {
     if (!handlersInstalled) return;
-    // A crash under way keeps the default actions and stands on the signal stack.
-    if (crashed) return;
+    // A failure under way keeps its alarm, and after a crash it stands on the signal stack.
+    if (QLM_IsFailureUnderWay()) return;
     handlersInstalled = false;
     for (size_t i = 0; i < handledCount; ++i) sigaction(handledSignals[i], &formerActions[i], nullptr);
     sigaction(SIGALRM, &formerAlarmAction, nullptr);

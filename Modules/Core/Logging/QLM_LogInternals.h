@@ -17,7 +17,7 @@ void QLM_LogFromSignalHandler(const char* text);
 void QLM_SilenceScopes();
 bool QLM_IsLoggerCreated();
 
-/// True on the main thread's road from a failure to the end of the process. Main thread.
+/// True on the calling thread's road from a failure to the end of the process.
 bool QLM_IsReportingFailure();
 
 /// Shows `name` as the calling thread's function until it is called with null; keeps only the pointer, no lock.

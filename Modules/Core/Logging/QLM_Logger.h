@@ -37,17 +37,20 @@ std::string QLM_GetLogPath();
 
 void QLM_SetFailureHook(std::function<void(const std::string&)> hook);
 /// Logs the failure, then hands over to the hook, or shows the final report and ends the process. On a thread that is
-/// not the main thread it hands the text over instead. Never returns, unless the hook does.
+/// not the main thread it hands the text over instead. Never returns, unless the hook does. A failure of the hook
+/// itself ends in the final report.
 void QLM_ReportFailure(const std::string& text);
 /// True once a failure is under way: waits end, scopes write nothing.
 bool QLM_IsFailureUnderWay();
-/// Called by a failing worker: stores the text for the main thread and blocks the worker for ever.
+/// Called by a failing worker: stores the text for the main thread and blocks the worker for ever. When the main thread
+/// doesn't take the failure up within 30 seconds, the worker reports it by itself.
 [[noreturn]] void QLM_HandOverFailure(const std::string& text);
 /// On the main thread inside waits and the idle pass: takes up a failure that a worker handed over. Elsewhere, and
 /// without a failure, it does nothing.
 void QLM_TakeUpFailure();
-/// A crash must be reported within half a minute or the process ends. A question on the failure road switches the
-/// alarm off while it stands and on again behind it. Without a crash it does nothing.
+/// A failure must be reported within half a minute or the process ends. A question on the failure road switches the
+/// alarm off while it stands and on again behind it; a long save switches it on anew with each step. It does nothing
+/// without a failure, or where the signal handlers were not installed.
 void QLM_SetFailureAlarm(bool on);
 
 /// A stack object that writes its opening and end to the log.

@@ -17,6 +17,8 @@ struct QLM_ModuleHooks {
     std::function<QLM_TabletSettings()> tabletSettings;
     /// Adds a folder to the temporary search paths.
     std::function<void(const std::string&)> addTemporarySearchPath;
+    /// What other threads and signals want of the main thread; called first thing in every idle pass.
+    std::function<void()> takeUpRequests;
 };
 
 QLM_ModuleHooks& QLM_GetModuleHooks();

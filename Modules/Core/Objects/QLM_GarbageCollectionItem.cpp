@@ -58,6 +58,12 @@ void QLM_ReleaseDeferredItems() {
     while (void* memory = TakeDueItem(queue)) QLM_Free(memory);
 }
 
+bool QLM_AreDeferredItemsPending() {
+    CollectionQueue& queue = Queue();
+    std::lock_guard guard(queue.lock);
+    return !queue.items.empty();
+}
+
 void QLM_CheckItem(const QLM_GarbageCollectionItem* item, const char* operationName) {
     if (!item) QLM_RaiseError("Item is NULL in %s", operationName);
     if (!item->WasCreated()) QLM_RaiseError("Item was not created before %s", operationName);

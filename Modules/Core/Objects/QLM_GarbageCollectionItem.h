@@ -34,6 +34,8 @@ class QLM_RootClass : public virtual QLM_GarbageCollectionItem {};
 
 /// Frees what was deleted ten or more ticks ago and advances the tick. Main thread, once an idle pass.
 void QLM_ReleaseDeferredItems();
+/// True while deleted items wait for their release. Any thread.
+bool QLM_AreDeferredItemsPending();
 
 /// Raises "Item is NULL in %s", "Item was not created before %s" or "Item has already been deleted before %s",
 /// or returns. Takes no lock, allocates nothing. Any thread.

@@ -17,7 +17,7 @@
 namespace {
 
 constexpr uint32_t MainThreadID = 1;
-constexpr size_t SignalStackBytes = 64 * 1024;
+constexpr size_t SignalStackBytes = 256 * 1024; ///< a rescue may run on it; untouched pages cost nothing
 constexpr std::chrono::milliseconds FailureCheckInterval(10);
 
 std::atomic<uint32_t> nextThreadID{MainThreadID + 1};

@@ -1,0 +1,70 @@
+#pragma once
+// The window that the viewports are drawn in.
+
+#include "Interface/QLM_WX_BaseWindow.h"
+#include "Interface/QLM_WX_CanvasInput.h"
+
+#include <wx/glcanvas.h>
+
+#include <memory>
+
+class wxDC;
+
+namespace QLM::GUI {
+
+/// What both kinds of canvas share: input, size, paint events. Main thread.
+class Canvas : public BaseWindowCommon {
+  public:
+    /// `windowIn` is the canvas's own window, made already.
+    explicit Canvas(wxWindow& windowIn);
+    wxWindow& GetWindow() { return window; }
+    CanvasInput& GetInput() { return input; }
+    bool IsDrawing() const { return drawing; }
+    /// Hands the viewports the present size; not under a script, which sets it itself.
+    void UpdateCanvasSize();
+    /// Draws at once.
+    virtual void DrawNow() = 0;
+    /// Realizes the window, which needn't be shown, makes its context current and logs the driver.
+    virtual void TestOpenGL() {}
+    virtual bool IsContextCurrent() const { return false; }
+
+  protected:
+    virtual void Paint(wxDC& dc) = 0;
+    wxWindow& window;
+    bool drawing = false;
+
+  private:
+    CanvasInput input;
+};
+
+/// Draws by OpenGL. Only where IsSupported() says so.
+class GLCanvas : public wxGLCanvas, public Canvas {
+  public:
+    /// False on a display without GLX.
+    static bool IsSupported();
+    explicit GLCanvas(wxWindow* parent);
+
+    void TestOpenGL() override;
+    bool IsContextCurrent() const override { return contextCurrent; }
+    void DrawNow() override;
+
+  private:
+    void Paint(wxDC&) override { DrawNow(); }
+    bool MakeCurrent();
+    void Realize();
+
+    std::unique_ptr<wxGLContext> context;
+    bool contextCurrent = false, realized = false, tested = false;
+};
+
+/// Shows the finished software pictures alone, on displays without OpenGL.
+class PictureCanvas : public wxWindow, public Canvas {
+  public:
+    explicit PictureCanvas(wxWindow* parent);
+    void DrawNow() override;
+
+  private:
+    void Paint(wxDC& dc) override;
+};
+
+} // namespace QLM::GUI

@@ -1,0 +1,375 @@
+"""The real window, driven as a person drives it: pointer, wheel and keys come from outside, and only the picture counts."""
+import json
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from display import Display, wait_until
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "scripts"))
+from support import read_png
+
+QUILLMERE = os.path.abspath(sys.argv[1])
+DATA = os.path.join(os.path.dirname(QUILLMERE), "Data")
+SAMPLE = os.path.join(DATA, "Objects", "Pip.obj")
+# The menus' places in the bar and their entries, counted from 1.
+FILE_MENU, TOOLS_MENU = 16, 62
+EXPORT_MAP, CHOOSER = 2, "^Export map"
+MOVE_VIEW, ZOOM_VIEW, ROTATE_VIEW = 2, 3, 4
+TITLE = "^Quillmere"
+COMPLAINTS = ("Gtk-CRITICAL", "Gtk-WARNING", "GLib", "Gdk-CRITICAL", "assert", "Sanitizer")
+REST_SECONDS, REST_SHARE = 10, 0.02
+
+
+def check(condition, text):
+    if not condition:
+        raise AssertionError(text)
+
+
+class Program:
+    """One start of the program with a home of its own."""
+
+    def __init__(self, display, *arguments, home=None):
+        self.display = display
+        self.home = home or tempfile.mkdtemp(prefix="quillmere-window-")
+        self.environment = {**display.environment, "HOME": self.home, "XDG_CONFIG_HOME": self.home + "/.config",
+                            "XDG_RUNTIME_DIR": self.home, "LIBGL_ALWAYS_SOFTWARE": "1", "NO_AT_BRIDGE": "1"}
+        self.environment.pop("XDG_DOCUMENTS_DIR", None)
+        self.errors = tempfile.NamedTemporaryFile(prefix="stderr-", dir=self.home, delete=False)
+        self.started = time.monotonic()
+        self.process = subprocess.Popen([QUILLMERE, *arguments], env=self.environment, stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.PIPE, stderr=self.errors, cwd=self.home)
+        self.window = None
+
+    def stderr(self):
+        with open(self.errors.name, errors="replace") as file:
+            return file.read()
+
+    def alive(self):
+        return self.process.poll() is None
+
+    def find(self, pattern, seconds=60):
+        def look():
+            check(self.alive(), f"the program ended with {self.process.returncode}: {self.stderr()[-2000:]}")
+            return self.display.windows(pattern)
+        return wait_until(f"a window {pattern!r}", look, seconds)[0]
+
+    def open(self):
+        """Waits for the main window and for its first whole picture."""
+        self.window = self.find(TITLE)
+        self.settle()
+        return self
+
+    def settle(self):
+        """Waits for the picture to stand still: three looks in a row that are the same."""
+        looks = []
+
+        def still():
+            check(self.alive(), f"the program ended with {self.process.returncode}: {self.stderr()[-2000:]}")
+            looks.append(self.display.picture().data)
+            time.sleep(0.1)
+            return len(looks) > 3 and looks[-1] == looks[-2] == looks[-3]
+        wait_until("a picture that stands still", still)
+        return self.display.picture()
+
+    def park(self):
+        """Takes the pointer, and with it the brush's outline, off the canvas."""
+        x, y, width, height = self.display.geometry(self.window)
+        self.display.do("mousemove", "--sync", x + width + 20, y + height + 20)
+        return self.settle()
+
+    def middle(self):
+        x, y, width, height = self.display.geometry(self.window)
+        return x + width // 2, y + height // 2
+
+    def cpu_seconds(self):
+        with open(f"/proc/{self.process.pid}/stat") as file:
+            fields = file.read().rsplit(")", 1)[1].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+    def end(self, seconds=60):
+        status = self.process.wait(seconds)
+        for complaint in COMPLAINTS:
+            check(complaint not in self.stderr(), f"{complaint} on standard error: {self.stderr()[-3000:]}")
+        return status
+
+    def kill(self):
+        if self.alive():
+            self.display.last = self.display.picture()
+            self.process.kill()
+            self.process.wait()
+
+
+# --- What can be seen of the model and of paint ----------------------------------------------------------------------
+
+def canvas_of(program):
+    """The part of the window that surely is canvas: below the menu, above the message line."""
+    x, y, width, height = program.display.geometry(program.window)
+    return x + 8, y + 60, width - 16, height - 160
+
+
+def model_pixels(program, picture):
+    """Places, on a grid of 4 pixels, where something else than the checkered background is seen."""
+    x, y, width, height = canvas_of(program)
+    background = set(picture.pixels(x, y, width, 24)) | set(picture.pixels(x, y, 24, height))
+    return [(i, j) for j in range(y, y + height, 4) for i in range(x, x + width, 4) if picture.at(i, j) not in background]
+
+
+def brush_colored(picture, x, y, radius=6):
+    """Share of pixels around a place that are white, the colour that the brush starts with, in whatever light."""
+    pixels = picture.pixels(x - radius, y - radius, 2 * radius, 2 * radius)
+    return sum(max(p) - min(p) <= 12 and min(p) > 120 for p in pixels) / len(pixels)
+
+
+def extent(places):
+    xs, ys = [p[0] for p in places], [p[1] for p in places]
+    return min(xs), min(ys), max(xs), max(ys)
+
+
+def confirm(program, answer_key):
+    """Answers the box that stands over the window by the button's letter."""
+    box = program.find("^Confirm")
+    program.display.do("windowfocus", "--sync", box)
+    program.display.do("key", "--window", "0", "alt+" + answer_key)
+
+
+def close(program):
+    program.display.ask_to_close(program.window)
+    confirm(program, "y")
+    return program.end()
+
+
+# --- The tests -------------------------------------------------------------------------------------------------------
+
+def a_session(display):
+    """Opens on the sample, paints, zooms, is resized, rests, exports what was painted, and closes."""
+    program = Program(display, SAMPLE)
+    try:
+        program.open()
+        print(f"window with a picture that stands still: {time.monotonic() - program.started:.2f} s")
+        before = program.park()
+        seen = model_pixels(program, before)
+        x, y = program.middle()
+        check(len(seen) > 2000, f"the sample is seen: {len(seen)} places")
+        check(any(abs(i - x) < 20 and abs(j - y) < 20 for i, j in seen), "the sample stands in the middle")
+
+        paints(program, before, x, y)
+        turns_and_zooms(program, x, y)
+        resizes(program)
+        uses_view_tools(program)
+        rests(program)
+        exports(program)
+        check(close(program) == 0, f"status {program.process.returncode}: {program.stderr()}")
+        print("a session: good")
+    finally:
+        program.kill()
+
+
+def paints(program, before, x, y):
+    program.display.drag([(x - 60, y), (x - 20, y), (x + 20, y), (x + 60, y)])
+    after = program.park()
+    for i in (x - 40, x, x + 40):
+        check(brush_colored(before, i, y) < 0.5 < brush_colored(after, i, y),
+              f"paint at {i}, {y}: {before.at(i, y)} became {after.at(i, y)}")
+    check(before.at(x, y + 100) == after.at(x, y + 100), "only the stroke's place changes")
+
+
+def turns_and_zooms(program, x, y):
+    near = extent(model_pixels(program, program.park()))
+    program.display.do("mousemove", "--sync", x, y)
+    program.display.do("click", "--repeat", 3, "--delay", 20, 5)
+    far = extent(model_pixels(program, program.park()))
+    check(far[3] - far[1] < (near[3] - near[1]) * 0.95, f"the wheel towards the user makes it smaller: {near} {far}")
+    program.display.do("mousemove", "--sync", x, y)
+    program.display.do("click", "--repeat", 3, "--delay", 20, 4)
+    again = extent(model_pixels(program, program.park()))
+    check(again[3] - again[1] > (far[3] - far[1]) * 1.05, f"and away from the user larger: {far} {again}")
+
+
+def resizes(program):
+    for width, height in ((900, 640), (1180, 760)):
+        program.display.do("windowsize", "--sync", program.window, width, height)
+        picture = program.park()
+        x, y, w, h = canvas_of(program)
+        check(abs(w + 16 - width) < 4 and abs(h + 160 - height) < 4, f"the window is {w} x {h}")
+        # Every corner shows the light background: nothing is black, nothing was left from before.
+        for i, j in ((x, y), (x + w - 1, y), (x, y + h - 1), (x + w - 1, y + h - 1)):
+            check(min(picture.at(i, j)) > 90, f"the corner {i}, {j} of {width} x {height} is {picture.at(i, j)}")
+        left, top, right, bottom = extent(model_pixels(program, picture))
+        check(abs((left + right) / 2 - (x + w / 2)) < w / 8, f"the model stays in the middle: {left} {right} of {w}")
+
+
+def uses_view_tools(program):
+    """Each of the three tools by the menu and a drag: the model moves, is seen from elsewhere, fills the canvas."""
+    def use(tool):
+        menu(program, TOOLS_MENU, tool)
+        program.settle()
+        program.display.drag([(x + 10 * i, y + 6 * i) for i in range(7)], program.settle)
+        return program.park()
+    x, y = program.middle()
+    start = extent(model_pixels(program, program.park()))
+    moved = extent(model_pixels(program, use(MOVE_VIEW)))
+    check(moved[0] > start[0] and abs((moved[2] - moved[0]) - (start[2] - start[0])) <= 8, f"moved along with the drag: {start} {moved}")
+    before = use(ROTATE_VIEW)
+    turned = extent(model_pixels(program, before))
+    check(turned != moved, f"another side: {moved} {turned}")
+    after = use(ZOOM_VIEW)
+    left, top, width, height = canvas_of(program)
+    places = [(i, j) for i in range(left, left + width, 16) for j in range(top, top + height, 16)]
+    changed = sum(before.at(i, j) != after.at(i, j) for i, j in places) / len(places)
+    check(changed > 0.5, f"the rectangle that was drawn fills the canvas: {changed:.0%} of the picture changed")
+
+
+def rests(program):
+    program.park()
+    begin, start = program.cpu_seconds(), time.monotonic()
+    time.sleep(REST_SECONDS)  # what is measured is this very time
+    share = (program.cpu_seconds() - begin) / (time.monotonic() - start)
+    print(f"processor share at rest: {share * 100:.2f} %")
+    check(share < REST_SHARE, f"{share * 100:.1f} % of a processor at rest")
+
+
+def menu(program, place, downs):
+    """A menu of the bar by its place, the entry by the arrow keys."""
+    x, y, _, _ = program.display.geometry(program.window)
+    program.display.click(x + place, y + 12)
+    for _ in range(downs):
+        program.display.do("key", "Down")
+    program.display.do("key", "Return")
+
+
+def white_share(path):
+    width, height, rows = read_png(path)
+    return sum(pixel == (255, 255, 255) for row in rows for pixel in row) / (width * height)
+
+
+def exports(program):
+    """What was painted leaves through the menu: the file holds pure white where the sample had none."""
+    target = os.path.join(program.home, "exported.png")
+    menu(program, FILE_MENU, EXPORT_MAP)
+    chooser = program.find(CHOOSER)
+    program.display.do("windowfocus", "--sync", chooser)
+    program.display.do("key", "ctrl+a")
+    program.display.do("type", "--delay", 5, target)
+    program.display.do("key", "Return")
+    wait_until("the exported map", lambda: os.path.exists(target))
+    before, after = white_share(os.path.splitext(SAMPLE)[0] + ".png"), white_share(target)
+    check(after > before + 0.001, f"white in the exported map: {after}, before: {before}")
+
+
+def script_as_headless(display):
+    """The same strokes give the same bytes with a window and without."""
+    with tempfile.TemporaryDirectory(prefix="quillmere-script-") as folder:
+        script = os.path.join(folder, "strokes.qscript")
+        with open(script, "w") as file:
+            file.write(f'canvas 800 600\nimport "{SAMPLE}"\nframe object\ntool ColorBrush\nset Size 0.1\ncolor 1 0 0\n'
+                       "stroke 300 250 420 330 480 260\nset Strength 0.5\ncolor 0 0 1\nstroke 380 200 400 400\norbit 30 10\n"
+                       "stroke 350 300 450 300\nreport maps\nreport objects\n")
+        headless = subprocess.run([QUILLMERE, "--headless", "--script", script, "--out", folder], capture_output=True, text=True)
+        check(headless.returncode == 0, headless.stderr)
+        program = Program(display, "--script", script, "--out", folder)
+        try:
+            out, _ = program.process.communicate(timeout=120)
+            check(program.end() == 0, program.stderr())
+        finally:
+            program.kill()
+        lines = [[json.loads(line) for line in text.splitlines() if line.startswith("{")] for text in (headless.stdout, out.decode())]
+        check(len(lines[0]) == 2 and lines[0] == lines[1], f"headless {lines[0]}, in the window {lines[1]}")
+    print("a script in the window: good")
+
+
+def no_display(display):
+    environment = {**display.environment, "HOME": tempfile.mkdtemp(prefix="quillmere-none-")}
+    environment.pop("DISPLAY")
+    process = subprocess.run([QUILLMERE], env=environment, capture_output=True, text=True, timeout=60)
+    check(process.returncode == 1, f"status {process.returncode} without a display")
+    lines = process.stderr.strip().splitlines()
+    check(len(lines) == 1 and "--headless" in lines[0] and "--script" in lines[0], f"not one line that helps: {process.stderr!r}")
+    print("no display: good")
+
+
+def crash(display):
+    """A crash in the middle of the toolkit: the offer stands in a box, and what was painted is saved."""
+    program = Program(display, SAMPLE)
+    try:
+        program.open()
+        x, y = program.middle()
+        display.drag([(x - 40, y), (x + 40, y)])
+        program.park()
+        program.process.send_signal(signal.SIGSEGV)
+        confirm(program, "o")
+        box = program.find("^Error")
+        display.do("windowfocus", "--sync", box)
+        display.do("key", "Return")
+        check(program.end() == 1, f"status {program.process.returncode}")
+        saved_painted_map(program)
+        print("a crash: good")
+    finally:
+        program.kill()
+
+
+def termination(display):
+    """The desktop ends the session: no question, and nothing is lost."""
+    program = Program(display, SAMPLE)
+    try:
+        program.open()
+        x, y = program.middle()
+        display.drag([(x - 40, y), (x + 40, y)])
+        program.park()
+        program.process.send_signal(signal.SIGTERM)
+        check(program.end() == 143, f"status {program.process.returncode}")
+        saved_painted_map(program)
+        print("termination: good")
+    finally:
+        program.kill()
+
+
+def saved_painted_map(program):
+    folder = os.path.join(program.home, "Quillmere-Recovery.1")
+    check(sorted(n for n in os.listdir(folder) if n.startswith("Pip")) == ["Pip.mtl", "Pip.obj", "Pip.png"], str(os.listdir(folder)))
+    check(white_share(folder + "/Pip.png") > white_share(os.path.splitext(SAMPLE)[0] + ".png") + 0.001, "paint in the saved map")
+
+
+def second_start(display):
+    first = Program(display, SAMPLE)
+    second = None
+    try:
+        first.open()
+        second = Program(display, home=first.home)
+        box = second.find("^Message")
+        picture_of_first = first.window
+        display.do("windowfocus", "--sync", box)
+        display.do("key", "Return")
+        second.process.wait(60)
+        check(first.alive() and picture_of_first in display.windows(TITLE), "the first goes on")
+        check(close(first) == 0, first.stderr())
+        print("a second start: good")
+    finally:
+        first.kill()
+        if second:
+            second.kill()
+
+
+def main():
+    display = Display()
+    try:
+        wanted = sys.argv[2:]
+        for test in (a_session, script_as_headless, no_display, second_start, crash, termination):
+            if wanted and test.__name__ not in wanted:
+                continue
+            try:
+                test(display)
+            except Exception:
+                if display.last:
+                    display.last.save(os.path.join(tempfile.gettempdir(), f"gui-{test.__name__}.png"))
+                raise
+    finally:
+        display.close()
+    print("window: all good")
+
+
+main()
