@@ -47,14 +47,16 @@ template <int n> void Bilinear(const uint8_t* pixels, int32_t width, const Tap& 
 template <int n> struct MapFilter_Linear_RepeatB {
     static constexpr bool samples = true;
     static void Sample(const uint8_t* pixels, int32_t width, int32_t height, float u, float v, uint8_t* out) {
-        QLM_Filter::Bilinear<n>(pixels, width, QLM_Filter::RepeatTap(u * width, width), QLM_Filter::RepeatTap(v * height, height), out);
+        QLM_Filter::Bilinear<n>(pixels, width, QLM_Filter::RepeatTap(u * width, width),
+                                QLM_Filter::RepeatTap(v * height, height), out);
     }
 };
 /// Bilinear, clamped to the edge.
 template <int n> struct MapFilter_Linear_ClampB {
     static constexpr bool samples = true;
     static void Sample(const uint8_t* pixels, int32_t width, int32_t height, float u, float v, uint8_t* out) {
-        QLM_Filter::Bilinear<n>(pixels, width, QLM_Filter::ClampTap(u * width, width), QLM_Filter::ClampTap(v * height, height), out);
+        QLM_Filter::Bilinear<n>(pixels, width, QLM_Filter::ClampTap(u * width, width),
+                                QLM_Filter::ClampTap(v * height, height), out);
     }
 };
 /// Nearest, clamped.
@@ -76,7 +78,8 @@ struct MapFilter_DoNothingB {
 struct MapFilter_Alpha_Linear_Clamp_ZeroOutOfRangeB {
     static constexpr bool samples = true;
     static uint8_t SampleAt(const uint8_t* pixels, int32_t width, int32_t height, float x, float y) {
-        if (!(x >= 0.0f && y >= 0.0f && x <= static_cast<float>(width) && y <= static_cast<float>(height)) || width <= 0 || height <= 0)
+        if (!(x >= 0.0f && y >= 0.0f && x <= static_cast<float>(width) && y <= static_cast<float>(height)) ||
+            width <= 0 || height <= 0)
             return 0;
         uint8_t out;
         QLM_Filter::Bilinear<1>(pixels, width, QLM_Filter::ClampTap(x, width), QLM_Filter::ClampTap(y, height), &out);

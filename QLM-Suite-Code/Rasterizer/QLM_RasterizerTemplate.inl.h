@@ -12,9 +12,9 @@
 
 /// Switches of an instance. Each pass has one word; a bit that is clear leaves its code out.
 enum QLM_RasterFlag : uint32_t {
-    eRaster_VertexStrength = 1u << 9,  // alpha from vertex strength and overlay
-    eRaster_DepthTest = 1u << 12,      // take a pixel by depth and list order
-    eRaster_Gutter = 1u << 20,         // paint owned pixels beyond the edges
+    eRaster_VertexStrength = 1u << 9, // alpha from vertex strength and overlay
+    eRaster_DepthTest = 1u << 12,     // take a pixel by depth and list order
+    eRaster_Gutter = 1u << 20,        // paint owned pixels beyond the edges
 };
 constexpr uint32_t QLM_RasterFlags_Paint = 0x52A3D9;
 constexpr uint32_t QLM_RasterFlags_Screen = 0x115C9;
@@ -74,8 +74,8 @@ class QLM_TriangleSetup {
         b1 = dx * b1x + dy * b1y;
         b2 = dx * b2x + dy * b2y;
         const float b0 = 1.0f - b1 - b2;
-        return b0 >= -Tolerance && b1 >= -Tolerance && b2 >= -Tolerance && b0 <= 1.0f + Tolerance && b1 <= 1.0f + Tolerance &&
-               b2 <= 1.0f + Tolerance;
+        return b0 >= -Tolerance && b1 >= -Tolerance && b2 >= -Tolerance && b0 <= 1.0f + Tolerance &&
+               b1 <= 1.0f + Tolerance && b2 <= 1.0f + Tolerance;
     }
 
     /// Narrows [first, last] to where the row can be inside, with a pixel to spare on each side.
@@ -109,7 +109,8 @@ class QLM_TriangleSetup {
         if (std::fabs(slope) < 1e-12f) return;
         const float x = px[0] - (base + Tolerance) / slope;
         if (slope > 0) {
-            if (x > static_cast<float>(first)) first = x > static_cast<float>(last) + 1 ? last + 1 : std::max(first, static_cast<int>(x) - 1);
+            if (x > static_cast<float>(first))
+                first = x > static_cast<float>(last) + 1 ? last + 1 : std::max(first, static_cast<int>(x) - 1);
         } else if (x < static_cast<float>(last)) {
             last = x < static_cast<float>(first) - 1 ? first - 1 : std::min(last, static_cast<int>(x) + 2);
         }
@@ -123,9 +124,9 @@ class QLM_TriangleSetup {
 /// change any field of the block, as far as the compiler knows.
 struct QLM_ScreenTriangle {
     explicit QLM_ScreenTriangle(const QLM_RasterizeOptions& o)
-        : pixels(o.targetPixels), unlit(o.unlitPixels), ids(o.idMask), depth(o.depthBuffer), owners(o.depthOwner), owner(o.listIndex + 1),
-          id(o.idValue), source(o.sourcePixels), mask(o.sourceMask), sourceWidth(static_cast<int32_t>(o.sourceWidth)),
-          sourceHeight(static_cast<int32_t>(o.sourceHeight)) {
+        : pixels(o.targetPixels), unlit(o.unlitPixels), ids(o.idMask), depth(o.depthBuffer), owners(o.depthOwner),
+          owner(o.listIndex + 1), id(o.idValue), source(o.sourcePixels), mask(o.sourceMask),
+          sourceWidth(static_cast<int32_t>(o.sourceWidth)), sourceHeight(static_cast<int32_t>(o.sourceHeight)) {
         std::copy(o.colorBytes, o.colorBytes + 3, color);
         QLM_Lanes corner[3];
         for (int i = 0; i < 3; ++i) {
@@ -237,7 +238,8 @@ class QLM_RasterizerTemplateF : public Shader {
         if constexpr (Flags & eRaster_VertexStrength) {
             const float ox = Mix(v[0].overlayX, v[1].overlayX, v[2].overlayX, b1, b2);
             const float oy = Mix(v[0].overlayY, v[1].overlayY, v[2].overlayY, b1, b2);
-            const uint8_t overlay = AlphaFilter::SampleAt(o.overlayPixels, static_cast<int32_t>(o.overlayWidth), static_cast<int32_t>(o.overlayHeight), ox, oy);
+            const uint8_t overlay = AlphaFilter::SampleAt(o.overlayPixels, static_cast<int32_t>(o.overlayWidth),
+                                                          static_cast<int32_t>(o.overlayHeight), ox, oy);
             if (overlay == 0) return;
             float a = std::clamp(Mix(v[0].strength, v[1].strength, v[2].strength, b1, b2), 0.0f, 1.0f);
             a = a * ByteToFloat[overlay] * o.strength;
@@ -245,8 +247,9 @@ class QLM_RasterizerTemplateF : public Shader {
             Sample color[4] = {o.colorBytes[0], o.colorBytes[1], o.colorBytes[2], o.colorBytes[3]};
             if (o.sourcePixels) {
                 uint8_t sampled[4];
-                ColorFilter::Sample(o.sourcePixels, static_cast<int32_t>(o.sourceWidth), static_cast<int32_t>(o.sourceHeight),
-                                    Mix(v[0].u, v[1].u, v[2].u, b1, b2), Mix(v[0].v, v[1].v, v[2].v, b1, b2), sampled);
+                ColorFilter::Sample(o.sourcePixels, static_cast<int32_t>(o.sourceWidth),
+                                    static_cast<int32_t>(o.sourceHeight), Mix(v[0].u, v[1].u, v[2].u, b1, b2),
+                                    Mix(v[0].v, v[1].v, v[2].v, b1, b2), sampled);
                 std::copy(sampled, sampled + 4, color);
                 a *= ByteToFloat[sampled[3]];
             }
@@ -262,5 +265,5 @@ class QLM_RasterizerTemplateF : public Shader {
 
 /// A paint pass: colour from a picture of four bytes a pixel with wrap, alpha from the overlay.
 template <class Shader, uint32_t Flags>
-using QLM_PaintRasterizer =
-    QLM_RasterizerTemplateF<Shader, MapFilter_Linear_RepeatB<4>, MapFilter_Alpha_Linear_Clamp_ZeroOutOfRangeB, uint8_t, Flags>;
+using QLM_PaintRasterizer = QLM_RasterizerTemplateF<Shader, MapFilter_Linear_RepeatB<4>,
+                                                    MapFilter_Alpha_Linear_Clamp_ZeroOutOfRangeB, uint8_t, Flags>;

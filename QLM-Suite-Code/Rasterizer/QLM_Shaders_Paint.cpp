@@ -21,8 +21,10 @@ struct QLM_Shader_Normal : QLM_Shader {
 QLM_RasterizeFunction QLM_GetPaintRasterizer(int paintMode) {
     switch (paintMode) {
     case 0:
-    case 44: return &QLM_PaintRasterizer<QLM_Shader_Normal, QLM_RasterFlags_Paint>::RasterizeTriangle;
-    default: return nullptr;
+    case 44:
+        return &QLM_PaintRasterizer<QLM_Shader_Normal, QLM_RasterFlags_Paint>::RasterizeTriangle;
+    default:
+        return nullptr;
     }
 }
 
