@@ -35,11 +35,17 @@ template <int n> QLM_Lanes LoadLanes(const uint8_t* p) {
 template <int n> void Bilinear(const uint8_t* pixels, int32_t width, const Tap& x, const Tap& y, uint8_t* out) {
     const uint8_t* low = pixels + static_cast<int64_t>(y.low) * width * n;
     const uint8_t* high = pixels + static_cast<int64_t>(y.high) * width * n;
-    const QLM_Lanes a = LoadLanes<n>(low + x.low * n), b = LoadLanes<n>(low + x.high * n);
-    const QLM_Lanes c = LoadLanes<n>(high + x.low * n), d = LoadLanes<n>(high + x.high * n);
-    const QLM_Lanes bottom = a + (b - a) * x.t, top = c + (d - c) * x.t;
-    const QLM_IntLanes mixed = __builtin_convertvector(bottom + (top - bottom) * y.t, QLM_IntLanes);
-    for (int i = 0; i < n; ++i) out[i] = static_cast<uint8_t>(mixed[i]);
+    if constexpr (n == 1) {
+        const float a = low[x.low], b = low[x.high], c = high[x.low], d = high[x.high];
+        const float bottom = a + (b - a) * x.t, top = c + (d - c) * x.t;
+        *out = static_cast<uint8_t>(bottom + (top - bottom) * y.t);
+    } else {
+        const QLM_Lanes a = LoadLanes<n>(low + x.low * n), b = LoadLanes<n>(low + x.high * n);
+        const QLM_Lanes c = LoadLanes<n>(high + x.low * n), d = LoadLanes<n>(high + x.high * n);
+        const QLM_Lanes bottom = a + (b - a) * x.t, top = c + (d - c) * x.t;
+        const QLM_IntLanes mixed = __builtin_convertvector(bottom + (top - bottom) * y.t, QLM_IntLanes);
+        for (int i = 0; i < n; ++i) out[i] = static_cast<uint8_t>(mixed[i]);
+    }
 }
 } // namespace QLM_Filter
 

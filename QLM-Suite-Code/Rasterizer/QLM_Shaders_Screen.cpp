@@ -22,9 +22,7 @@ struct QLM_Shader_RGBA_Replace : QLM_Shader {
 };
 
 struct QLM_Shader_GreyScale_Replace : QLM_Shader {
-    static void Write(QLM_RasterizeOptions& o, int64_t pixel, const uint8_t* color) {
-        o.targetPixels[pixel] = color[0];
-    }
+    static void Write(const QLM_GreyTriangle& t, int64_t pixel) { t.target[pixel] = t.value; }
 };
 
 template <class ColorFilter, class AlphaFilter>
