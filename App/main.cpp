@@ -5,6 +5,7 @@
 #include "Core/Logging/QLM_Logger.h"
 #include "Core/OS/QLM_Files.h"
 #include "Core/OS/QLM_OS.h"
+#include "Core/OS/QLM_Tablet.h"
 #include "Headless/QLM_HeadlessShell.h"
 #include "Interface/QLM_WX_Start.h"
 
@@ -12,6 +13,7 @@
 
 #include <clocale>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -124,6 +126,10 @@ int RunWindow(const char* programName, Arguments& arguments) {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_NUMERIC, "C");
+    if (argc > 1 && std::strstr(argv[1], "TEST_TABLET_DRIVERS")) {
+        QLM_TabletSelfTest();
+        return 0;
+    }
     Arguments arguments;
     const int status = ParseCommandLine(argc, argv, arguments);
     if (status >= 0) return status;

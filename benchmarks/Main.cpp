@@ -45,7 +45,9 @@ void DereferenceSafePtr(benchmark::State& state) {
 BENCHMARK(DereferenceSafePtr);
 
 void EmptyCrunch(benchmark::State& state) {
-    for (auto _ : state) QLM_ThreadCrunch(1000, [](const ThreadCrunchRange&) {}, "EmptyCrunch_ThreadFunc");
+    for (auto _ : state)
+        QLM_ThreadCrunch(
+            1000, [](const ThreadCrunchRange&) {}, "EmptyCrunch_ThreadFunc");
 }
 BENCHMARK(EmptyCrunch)->UseRealTime();
 

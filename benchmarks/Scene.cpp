@@ -35,7 +35,8 @@ void StartBenchmarkProgram() {
 void StopBenchmarkProgram() { QLM_StopProgram(); }
 
 std::string GridFile(int columns, int rows) {
-    const std::string path = QLM_OS::GetTempPath() + "quillmere-grid-" + std::to_string(columns) + "x" + std::to_string(rows) + ".obj";
+    const std::string path =
+        QLM_OS::GetTempPath() + "quillmere-grid-" + std::to_string(columns) + "x" + std::to_string(rows) + ".obj";
     if (QLM_FileExists(path)) return path;
     QLM_SafeFileWriter writer(path);
     FILE* file = writer.GetStream();
@@ -45,7 +46,8 @@ std::string GridFile(int columns, int rows) {
             std::fprintf(file, "v %.6f %.6f %.6f\n", u * 2 - 1, v * 2 - 1, 0.1 * std::sin(u * 20) * std::cos(v * 17));
         }
     for (int y = 0; y <= rows; ++y)
-        for (int x = 0; x <= columns; ++x) std::fprintf(file, "vt %.6f %.6f\n", 0.01 + 0.98 * x / columns, 0.01 + 0.98 * y / rows);
+        for (int x = 0; x <= columns; ++x)
+            std::fprintf(file, "vt %.6f %.6f\n", 0.01 + 0.98 * x / columns, 0.01 + 0.98 * y / rows);
     for (int y = 0; y < rows; ++y)
         for (int x = 0; x < columns; ++x) {
             const int a = y * (columns + 1) + x + 1, b = a + 1, c = b + columns + 1, d = a + columns + 1;

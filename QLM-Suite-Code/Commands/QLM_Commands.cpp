@@ -1,7 +1,6 @@
 #include "Commands/QLM_Commands.h"
 
 #include "Core/Logging/QLM_Logger.h"
-#include "Core/OS/QLM_OS.h"
 #include "Engine/QLM_Engine.h"
 #include "Engine/QLM_Events.h"
 #include "Images/QLM_GL_Textures.h"
@@ -52,13 +51,8 @@ void CancelEverything(int) {
     Viewports().displayMode = 0;
     if (QLM_Tool* tool = Tools().GetCurrentTool()) tool->OnKey(27);
     QLM_InvalidateDisplayLists();
-    for (auto maps = QLM_GetManagers().GetMapManager()->GetMaps(); !maps.IsEmpty(); maps.Pop()) maps->OnWholeMapChanged();
-}
-
-void SetMethod(QLM_CullingMethod method) {
-    if (!QLM_GetManagers().GetCullingManager()->SetMethod(method))
-        QLM_OS::Get().PrintMessage("The culling method \"%s\" is not available.", QLM_CullingMethodName(method));
-    QLM_PostEvent(QLM_Event_RefreshToolPanel);
+    for (auto maps = QLM_GetManagers().GetMapManager()->GetMaps(); !maps.IsEmpty(); maps.Pop())
+        maps->OnWholeMapChanged();
 }
 
 } // namespace
@@ -74,25 +68,34 @@ QLM_CommandTable::QLM_CommandTable() {
 
     // View directions, framing, layouts.
     const char* const views[] = {"Front", "Back", "Left", "Right", "Top", "Bottom"};
-    for (int i = 0; i < 6; ++i) add((std::string("SetViewportTo") + views[i]).c_str(), [i](int) { QLM_PostEvent(QLM_Event_ViewFront + i); });
+    for (int i = 0; i < 6; ++i)
+        add((std::string("SetViewportTo") + views[i]).c_str(), [i](int) { QLM_PostEvent(QLM_Event_ViewFront + i); });
     const char* const frames[] = {"Object", "Selection", "Project"};
     for (int i = 0; i < 3; ++i) {
         const auto mode = static_cast<QLM_FrameMode>(i);
-        add((std::string("FrameViewport_") + frames[i]).c_str(), [mode](int) { Viewports().Frame(Viewports().GetCurrentViewport(), mode); });
+        add((std::string("FrameViewport_") + frames[i]).c_str(),
+            [mode](int) { Viewports().Frame(Viewports().GetCurrentViewport(), mode); });
         add((std::string("FrameViewport_") + frames[i] + "_All").c_str(),
             [mode](int) { ForShown([mode](QLM_Viewport* viewport) { Viewports().Frame(viewport, mode); }); });
     }
-    const char* const layouts[] = {"OneViewport", "TwoViewportsTall", "TwoViewportsWide", "ThreeViewports", "FourViewports", "FourViewportsB"};
-    for (uint32_t i = 0; i < 6; ++i) add((std::string("ChangeViewportSetup_") + layouts[i]).c_str(), [i](int) { Viewports().ChangeViewportSetup(i); });
+    const char* const layouts[] = {"OneViewport",    "TwoViewportsTall", "TwoViewportsWide",
+                                   "ThreeViewports", "FourViewports",    "FourViewportsB"};
+    for (uint32_t i = 0; i < 6; ++i)
+        add((std::string("ChangeViewportSetup_") + layouts[i]).c_str(),
+            [i](int) { Viewports().ChangeViewportSetup(i); });
     add("ToggleMaximizeViewport", [](int) { QLM_PostEvent(QLM_Event_ToggleMaximize); });
     add("MoveViewport_Up", [](int) { MoveView(0, -0.25f); });
     add("MoveViewport_Down", [](int) { MoveView(0, 0.25f); });
     add("MoveViewport_Left", [](int) { MoveView(0.25f, 0); });
     add("MoveViewport_Right", [](int) { MoveView(-0.25f, 0); });
-    add("ResetCurrentViewport", [](int) { QLM_PostEvent(QLM_Event_ResetView, Viewports().GetCurrentViewport()->GetID()); });
-    add("ResetAllViewports", [](int) { ForShown([](QLM_Viewport* viewport) { QLM_PostEvent(QLM_Event_ResetView, viewport->GetID()); }); });
+    add("ResetCurrentViewport",
+        [](int) { QLM_PostEvent(QLM_Event_ResetView, Viewports().GetCurrentViewport()->GetID()); });
+    add("ResetAllViewports",
+        [](int) { ForShown([](QLM_Viewport* viewport) { QLM_PostEvent(QLM_Event_ResetView, viewport->GetID()); }); });
     add("RefreshAllViewports", [](int) { QLM_PostEvent(QLM_Event_FullRefresh); });
-    const std::pair<const char*, bool QLM_Viewport::*> shading[] = {{"Smooth", &QLM_Viewport::Smooth}, {"Filter", &QLM_Viewport::Filter}, {"UseLighting", &QLM_Viewport::UseLighting}};
+    const std::pair<const char*, bool QLM_Viewport::*> shading[] = {{"Smooth", &QLM_Viewport::Smooth},
+                                                                    {"Filter", &QLM_Viewport::Filter},
+                                                                    {"UseLighting", &QLM_Viewport::UseLighting}};
     for (const auto& [name, member] : shading)
         add((std::string("SetViewportShadingOption_") + name).c_str(), [member = member](int) {
             QLM_Viewport* viewport = Viewports().GetCurrentViewport();
@@ -105,12 +108,19 @@ QLM_CommandTable::QLM_CommandTable() {
     add("ToggleZoomView", [](int) { ToggleNavigationTool("ZoomView"); });
     add("ToggleRotateView", [](int) { ToggleNavigationTool("RotateView"); });
     add("SetCurrentToolToPrevious", [](int) { QLM_PostEvent(QLM_Event_PreviousTool); });
-    add("EnterPressedForTool", [](int) { if (QLM_Tool* tool = Tools().GetCurrentTool()) tool->OnKey(13); });
+    add("EnterPressedForTool", [](int) {
+        if (QLM_Tool* tool = Tools().GetCurrentTool()) tool->OnKey(13);
+    });
     const char* const adjustments[] = {"None", "Size", "Strength", "Hardness", "Angle", "Density"};
-    for (int i = 0; i < 6; ++i) add((std::string("SetBrushAdjustmentMode_") + adjustments[i]).c_str(), [i](int) { Tools().SetBrushAdjustmentMode(i); });
-    for (uint32_t i = 0; i <= 6; ++i) {
+    for (int i = 0; i < 6; ++i)
+        add((std::string("SetBrushAdjustmentMode_") + adjustments[i]).c_str(),
+            [i](int) { Tools().SetBrushAdjustmentMode(i); });
+    for (uint32_t i = 0; i <= 2; ++i) {
         const auto method = static_cast<QLM_CullingMethod>(i);
-        add((std::string("SetCullingMethod_") + QLM_CullingMethodName(method)).c_str(), [method](int) { SetMethod(method); });
+        add((std::string("SetCullingMethod_") + QLM_CullingMethodName(method)).c_str(), [method](int) {
+            QLM_GetManagers().GetCullingManager()->SetMethod(method);
+            QLM_PostEvent(QLM_Event_RefreshToolPanel);
+        });
     }
     add("SetMirrorX", [](int) { Toggle(Tools().mirrorX); });
     add("SetMirrorY", [](int) { Toggle(Tools().mirrorY); });
@@ -119,7 +129,8 @@ QLM_CommandTable::QLM_CommandTable() {
     add("SetAutoPressure", [](int) { Toggle(Tools().autoPressure); });
     add("SetFadeByAngle", [](int) { Toggle(QLM_GetManagers().GetFadeByAngleManager()->Enabled); });
     const char* const channels[] = {"Current", "Color", "Bump", "Transparent", "Displacement", "Ambient", "Specular"};
-    for (int i = 0; i < 7; ++i) add((std::string("SetPaintChannel") + channels[i]).c_str(), [i](int) { Toggle(Tools().paintChannels[i]); });
+    for (int i = 0; i < 7; ++i)
+        add((std::string("SetPaintChannel") + channels[i]).c_str(), [i](int) { Toggle(Tools().paintChannels[i]); });
     add("SwapBrushColors", [](int) {
         std::swap(QLM_GetEngine()->foregroundColor, QLM_GetEngine()->backgroundColor);
         QLM_PostEvent(QLM_Event_RefreshToolPanel);

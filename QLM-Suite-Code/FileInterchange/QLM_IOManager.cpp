@@ -39,7 +39,8 @@ void ApplyImportOptions(const QLM_IOManager& options, QLM_Mesh* mesh) {
     }
     if (options.FlipNormalsOnImport)
         for (int p = 0; p < mesh->GetPCount(); ++p)
-            if (const int count = mesh->GetPolygonVertexCount(p); count > 2) std::reverse(mesh->GetPolygonCorners(p) + 1, mesh->GetPolygonCorners(p) + count);
+            if (const int count = mesh->GetPolygonVertexCount(p); count > 2)
+                std::reverse(mesh->GetPolygonCorners(p) + 1, mesh->GetPolygonCorners(p) + count);
     if (options.CenterOnImport)
         for (int i = 0; i < 3; ++i) {
             const float centre = (mesh->BoundsMin[i] + mesh->BoundsMax[i]) / 2;
@@ -48,12 +49,13 @@ void ApplyImportOptions(const QLM_IOManager& options, QLM_Mesh* mesh) {
     if (options.ScaleOnImport)
         for (int v = 0; v < vertexCount; ++v)
             for (int i = 0; i < 3; ++i) mesh->Vertices[v][i] *= options.ScaleFactor;
-    if (options.FlipUVsHorizontallyOnImport || options.FlipUVsVerticallyOnImport || options.FlipNormalsOnImport || options.CenterOnImport || options.ScaleOnImport)
+    if (options.FlipUVsHorizontallyOnImport || options.FlipUVsVerticallyOnImport || options.FlipNormalsOnImport ||
+        options.CenterOnImport || options.ScaleOnImport)
         mesh->AfterRawBuild();
 }
 
-/// Loads the maps that the materials of a mesh name: beside `folder`, then on the search paths. A missing file keeps its
-/// name on the channel.
+/// Loads the maps that the materials of a mesh name: beside `folder`, then on the search paths. A missing file keeps
+/// its name on the channel.
 void LoadMaterialMaps(QLM_Mesh* mesh, const std::string& folder) {
     QLM_MapManager* maps = QLM_GetManagers().GetMapManager();
     QLM_DirectoryCacheScope cache;
@@ -95,7 +97,8 @@ QLM_IOManager::QLM_IOManager() { SetName("IOManager"); }
 
 QLM_ImporterCode QLM_IOManager::ImporterCodeOf(const std::string& path) {
     const std::string extension = QLM_ToLower(QLM_ExtensionOf(path));
-    return extension == "obj" || extension == "objz" || extension == "obz" ? QLM_ImporterCode::OBJ : QLM_ImporterCode::None;
+    return extension == "obj" || extension == "objz" || extension == "obz" ? QLM_ImporterCode::OBJ
+                                                                           : QLM_ImporterCode::None;
 }
 
 bool QLM_IOManager::LoadObject(const std::string& path, QLM_Object* object, bool useInternalNames) {
@@ -113,7 +116,8 @@ bool QLM_IOManager::LoadObject(const std::string& path, QLM_Object* object, bool
     return true;
 }
 
-bool QLM_IOManager::ImportGeometryFile(QLM_Object* object, const std::string& fileReference, QLM_ImporterCode code, int mode) {
+bool QLM_IOManager::ImportGeometryFile(QLM_Object* object, const std::string& fileReference, QLM_ImporterCode code,
+                                       int mode) {
     QLM_TRACE(1);
     // Resolve the reference: as it stands, else on the search paths.
     std::string path = QLM_ResolveCase(fileReference);
@@ -151,7 +155,8 @@ bool QLM_IOManager::ImportGeometryFile(QLM_Object* object, const std::string& fi
 }
 
 bool QLM_IOManager::ImportDroppedFile(const std::string& path) {
-    if (const QLM_ImporterCode code = ImporterCodeOf(path); code != QLM_ImporterCode::None) return ImportGeometryFile(nullptr, path, code, 0);
+    if (const QLM_ImporterCode code = ImporterCodeOf(path); code != QLM_ImporterCode::None)
+        return ImportGeometryFile(nullptr, path, code, 0);
     if (!QLM_FileExists(path)) {
         Report(path, QLM_FolderExists(path) ? "It is a folder." : "There is no such file.");
         return false;

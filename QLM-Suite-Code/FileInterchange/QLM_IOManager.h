@@ -7,7 +7,23 @@ class QLM_Mesh;
 class QLM_Object;
 
 enum class QLM_ImporterCode { None = 0, CR2 = 1, OBJ, FBX, PP2, HR2, DSFGeometry, DSFReference, DUF };
-enum class QLM_FileType { Maps = 0, OBJ, Template, SelSet, MorSet, DisplayGroupSet, CR2, PP2, HR2, DUF, DSF, FBX, SculptedPrim, MorPZ2, MatPZ2 };
+enum class QLM_FileType {
+    Maps = 0,
+    OBJ,
+    Template,
+    SelSet,
+    MorSet,
+    DisplayGroupSet,
+    CR2,
+    PP2,
+    HR2,
+    DUF,
+    DSF,
+    FBX,
+    SculptedPrim,
+    MorPZ2,
+    MatPZ2
+};
 
 /// Main thread.
 class QLM_IOManager : public QLM_Manager {
@@ -24,7 +40,8 @@ class QLM_IOManager : public QLM_Manager {
     bool ExportObjectFile(QLM_Mesh* mesh, const std::string& path, bool verticesOnly, bool exportGroups);
     static QLM_ImporterCode ImporterCodeOf(const std::string& path);
 
-    bool ExportVerticesOnly = false, ExportGroups = true, ExportGroupsAsSeparateFiles = false, ExportChangedGroups = false;
+    bool ExportVerticesOnly = false, ExportGroups = true, ExportGroupsAsSeparateFiles = false,
+         ExportChangedGroups = false;
     bool ExportMorphs = false, UseInternalNameforGroups = false, FlipNormalsOnImport = false;
     bool FlipUVsHorizontallyOnImport = false, FlipUVsVerticallyOnImport = false, CenterOnImport = false;
     bool ScaleOnImport = false, ImportMaps = true, ImportMorphs = true;

@@ -121,7 +121,6 @@ void QLM_PaintPass::FillVertexWeights() {
         useSelection = useSelection || (other->GetMesh() && other->GetMesh()->HasSelection());
 
     QLM_CullingManager* culling = QLM_GetManagers().GetCullingManager();
-    const QLM_FadeByAngleManager* fade = QLM_GetManagers().GetFadeByAngleManager();
     QLM_ThreadCrunch(
         static_cast<int64_t>(vertices.size()),
         [&](const ThreadCrunchRange& range) {
@@ -130,7 +129,7 @@ void QLM_PaintPass::FillVertexWeights() {
                 if (culling->IsVertexHidden(&object, v)) continue;
                 float weight = useSelection ? mesh.GetVertexWeight(v) : 1.0f;
                 if (settings.fadeByAngle)
-                    weight *= fade->Fade(viewDirection, mesh.VertexNormals[v], settings.excludeBackFaces);
+                    weight *= settings.fade.Fade(viewDirection, mesh.VertexNormals[v], settings.excludeBackFaces);
                 vertexWeights[static_cast<size_t>(v)] = weight;
             }
         },
@@ -320,8 +319,7 @@ void QLM_PaintPass::PaintBand(size_t band, Worker& worker) const {
 float QLM_PaintPass::CornerWeight(int p, int i) const {
     float weight = vertexWeights[static_cast<size_t>(mesh.GetPolygonRawVertex(p, i))];
     if (settings.fadeByAngle && mesh.GetMaxSmoothingAngle() <= WidestSmoothingAngle)
-        weight *= QLM_GetManagers().GetFadeByAngleManager()->Fade(viewDirection, mesh.GetCornerNormal(p, i),
-                                                                  settings.excludeBackFaces);
+        weight *= settings.fade.Fade(viewDirection, mesh.GetCornerNormal(p, i), settings.excludeBackFaces);
     if (settings.polygonSelection && mesh.HasSelection()) weight *= *mesh.PolygonWeights[p];
     return weight;
 }

@@ -3,6 +3,7 @@
 
 #include "Painting/QLM_ZeroedBlock.h"
 #include "Rasterizer/QLM_RasterizeOptions.h"
+#include "Rendering/QLM_CullingManager.h"
 
 #include <cstdint>
 #include <string>
@@ -26,6 +27,7 @@ struct QLM_PaintSettings {
     bool channels[8] = {}; ///< see QLM_ToolManager::paintChannels
     std::string shownChannel;
     bool fadeByAngle = false, excludeBackFaces = false;
+    QLM_FadeByAngle fade;
     bool polygonSelection = false;
 };
 

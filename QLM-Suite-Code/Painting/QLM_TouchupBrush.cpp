@@ -127,7 +127,9 @@ void QLM_TouchupBrush::CopySettings(QLM_Viewport* viewport) {
     settings.lockAlpha = manager->lockAlpha;
     std::copy(std::begin(manager->paintChannels), std::end(manager->paintChannels), settings.channels);
     settings.shownChannel = viewport->MaterialChannelName;
-    settings.fadeByAngle = (ToolFlags & eTool_FadeByAngle) && QLM_GetManagers().GetFadeByAngleManager()->Enabled;
+    const QLM_FadeByAngleManager* fade = QLM_GetManagers().GetFadeByAngleManager();
+    settings.fadeByAngle = (ToolFlags & eTool_FadeByAngle) && fade->Enabled;
+    settings.fade = *fade;
     settings.excludeBackFaces =
         UsesCulling() && QLM_GetManagers().GetCullingManager()->GetEffectiveMethod() != QLM_CullingMethod::None;
     settings.polygonSelection = QLM_GetEngine()->selectionMode == 1;

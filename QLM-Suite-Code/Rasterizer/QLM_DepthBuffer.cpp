@@ -9,9 +9,12 @@ namespace {
 
 size_t ElementSize(uint32_t type) {
     switch (type) {
-    case QLM_DepthBuffer::Float: return sizeof(float);
-    case QLM_DepthBuffer::Byte: return 1;
-    default: QLM_RaiseError("Unknown depth buffer type");
+    case QLM_DepthBuffer::Float:
+        return sizeof(float);
+    case QLM_DepthBuffer::Byte:
+        return 1;
+    default:
+        QLM_RaiseError("Unknown depth buffer type");
     }
 }
 

@@ -35,11 +35,17 @@ template <int n> QLM_Lanes LoadLanes(const uint8_t* p) {
 template <int n> void Bilinear(const uint8_t* pixels, int32_t width, const Tap& x, const Tap& y, uint8_t* out) {
     const uint8_t* low = pixels + static_cast<int64_t>(y.low) * width * n;
     const uint8_t* high = pixels + static_cast<int64_t>(y.high) * width * n;
-    const QLM_Lanes a = LoadLanes<n>(low + x.low * n), b = LoadLanes<n>(low + x.high * n);
-    const QLM_Lanes c = LoadLanes<n>(high + x.low * n), d = LoadLanes<n>(high + x.high * n);
-    const QLM_Lanes bottom = a + (b - a) * x.t, top = c + (d - c) * x.t;
-    const QLM_IntLanes mixed = __builtin_convertvector(bottom + (top - bottom) * y.t, QLM_IntLanes);
-    for (int i = 0; i < n; ++i) out[i] = static_cast<uint8_t>(mixed[i]);
+    if constexpr (n == 1) {
+        const float a = low[x.low], b = low[x.high], c = high[x.low], d = high[x.high];
+        const float bottom = a + (b - a) * x.t, top = c + (d - c) * x.t;
+        *out = static_cast<uint8_t>(bottom + (top - bottom) * y.t);
+    } else {
+        const QLM_Lanes a = LoadLanes<n>(low + x.low * n), b = LoadLanes<n>(low + x.high * n);
+        const QLM_Lanes c = LoadLanes<n>(high + x.low * n), d = LoadLanes<n>(high + x.high * n);
+        const QLM_Lanes bottom = a + (b - a) * x.t, top = c + (d - c) * x.t;
+        const QLM_IntLanes mixed = __builtin_convertvector(bottom + (top - bottom) * y.t, QLM_IntLanes);
+        for (int i = 0; i < n; ++i) out[i] = static_cast<uint8_t>(mixed[i]);
+    }
 }
 } // namespace QLM_Filter
 
@@ -47,14 +53,16 @@ template <int n> void Bilinear(const uint8_t* pixels, int32_t width, const Tap& 
 template <int n> struct MapFilter_Linear_RepeatB {
     static constexpr bool samples = true;
     static void Sample(const uint8_t* pixels, int32_t width, int32_t height, float u, float v, uint8_t* out) {
-        QLM_Filter::Bilinear<n>(pixels, width, QLM_Filter::RepeatTap(u * width, width), QLM_Filter::RepeatTap(v * height, height), out);
+        QLM_Filter::Bilinear<n>(pixels, width, QLM_Filter::RepeatTap(u * width, width),
+                                QLM_Filter::RepeatTap(v * height, height), out);
     }
 };
 /// Bilinear, clamped to the edge.
 template <int n> struct MapFilter_Linear_ClampB {
     static constexpr bool samples = true;
     static void Sample(const uint8_t* pixels, int32_t width, int32_t height, float u, float v, uint8_t* out) {
-        QLM_Filter::Bilinear<n>(pixels, width, QLM_Filter::ClampTap(u * width, width), QLM_Filter::ClampTap(v * height, height), out);
+        QLM_Filter::Bilinear<n>(pixels, width, QLM_Filter::ClampTap(u * width, width),
+                                QLM_Filter::ClampTap(v * height, height), out);
     }
 };
 /// Nearest, clamped.
@@ -76,7 +84,8 @@ struct MapFilter_DoNothingB {
 struct MapFilter_Alpha_Linear_Clamp_ZeroOutOfRangeB {
     static constexpr bool samples = true;
     static uint8_t SampleAt(const uint8_t* pixels, int32_t width, int32_t height, float x, float y) {
-        if (!(x >= 0.0f && y >= 0.0f && x <= static_cast<float>(width) && y <= static_cast<float>(height)) || width <= 0 || height <= 0)
+        if (!(x >= 0.0f && y >= 0.0f && x <= static_cast<float>(width) && y <= static_cast<float>(height)) ||
+            width <= 0 || height <= 0)
             return 0;
         uint8_t out;
         QLM_Filter::Bilinear<1>(pixels, width, QLM_Filter::ClampTap(x, width), QLM_Filter::ClampTap(y, height), &out);

@@ -18,24 +18,24 @@ struct QLM_RasterizeVertex {
 /// another and needs no lock. Every pixel is computed from the vertices alone, so bands change no bit.
 struct QLM_RasterizeOptions {
     QLM_RasterizeVertex vertex[3];
-    uint32_t listIndex = 0;                  ///< place of the triangle in the pass's list, unique in the pass
+    uint32_t listIndex = 0; ///< place of the triangle in the pass's list, unique in the pass
 
     uint32_t targetWidth = 0, targetHeight = 0;
-    uint8_t* targetPixels = nullptr;         ///< paint: RGB; screen: RGBA; grey: one byte
+    uint8_t* targetPixels = nullptr; ///< paint: RGB; screen: RGBA; grey: one byte
     int32_t clipBegin = 0, clipEnd = 0x7FFFFFFF;
     uint8_t colorBytes[4] = {255, 255, 255, 255}; ///< the colour where there is no source picture
-    bool written = false;                    ///< set when a pixel was written; reset by the caller
+    bool written = false;                         ///< set when a pixel was written; reset by the caller
 
-    const uint8_t* sourcePixels = nullptr;   ///< null: the constant colour serves
-    const uint8_t* sourceMask = nullptr;     ///< screen: the map's alpha plane, null for 255
+    const uint8_t* sourcePixels = nullptr; ///< null: the constant colour serves
+    const uint8_t* sourceMask = nullptr;   ///< screen: the map's alpha plane, null for 255
     uint32_t sourceWidth = 0, sourceHeight = 0;
 
     // Paint passes.
-    const uint8_t* readPixels = nullptr;     ///< the map before the stroke
-    uint8_t* targetMask = nullptr;           ///< null: no mask, taken as 255 and not written
+    const uint8_t* readPixels = nullptr; ///< the map before the stroke
+    uint8_t* targetMask = nullptr;       ///< null: no mask, taken as 255 and not written
     const uint8_t* readMask = nullptr;
     bool lockAlpha = false;
-    float strength = 1.0f;                   ///< of the brush, 0..1
+    float strength = 1.0f; ///< of the brush, 0..1
     const uint8_t* overlayPixels = nullptr;
     uint32_t overlayWidth = 0, overlayHeight = 0;
     bool expandSeams = false;                ///< this triangle also paints the gutter pixels that it owns
@@ -45,9 +45,9 @@ struct QLM_RasterizeOptions {
 
     // Screen passes.
     float* depthBuffer = nullptr;
-    uint32_t* depthOwner = nullptr;          ///< 1 + listIndex of the triangle behind each depth
-    uint8_t* unlitPixels = nullptr;          ///< RGB, may be null
-    uint8_t* idMask = nullptr;               ///< may be null
+    uint32_t* depthOwner = nullptr; ///< 1 + listIndex of the triangle behind each depth
+    uint8_t* unlitPixels = nullptr; ///< RGB, may be null
+    uint8_t* idMask = nullptr;      ///< may be null
     uint8_t idValue = 0;
 };
 

@@ -9,12 +9,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 
 /// Switches of an instance. Each pass has one word; a bit that is clear leaves its code out.
 enum QLM_RasterFlag : uint32_t {
-    eRaster_VertexStrength = 1u << 9,  // alpha from vertex strength and overlay
-    eRaster_DepthTest = 1u << 12,      // take a pixel by depth and list order
-    eRaster_Gutter = 1u << 20,         // paint owned pixels beyond the edges
+    eRaster_VertexStrength = 1u << 9, // alpha from vertex strength and overlay
+    eRaster_DepthTest = 1u << 12,     // take a pixel by depth and list order
+    eRaster_Gutter = 1u << 20,        // paint owned pixels beyond the edges
 };
 constexpr uint32_t QLM_RasterFlags_Paint = 0x52A3D9;
 constexpr uint32_t QLM_RasterFlags_Screen = 0x115C9;
@@ -74,8 +75,8 @@ class QLM_TriangleSetup {
         b1 = dx * b1x + dy * b1y;
         b2 = dx * b2x + dy * b2y;
         const float b0 = 1.0f - b1 - b2;
-        return b0 >= -Tolerance && b1 >= -Tolerance && b2 >= -Tolerance && b0 <= 1.0f + Tolerance && b1 <= 1.0f + Tolerance &&
-               b2 <= 1.0f + Tolerance;
+        return b0 >= -Tolerance && b1 >= -Tolerance && b2 >= -Tolerance && b0 <= 1.0f + Tolerance &&
+               b1 <= 1.0f + Tolerance && b2 <= 1.0f + Tolerance;
     }
 
     /// Narrows [first, last] to where the row can be inside, with a pixel to spare on each side.
@@ -109,7 +110,8 @@ class QLM_TriangleSetup {
         if (std::fabs(slope) < 1e-12f) return;
         const float x = px[0] - (base + Tolerance) / slope;
         if (slope > 0) {
-            if (x > static_cast<float>(first)) first = x > static_cast<float>(last) + 1 ? last + 1 : std::max(first, static_cast<int>(x) - 1);
+            if (x > static_cast<float>(first))
+                first = x > static_cast<float>(last) + 1 ? last + 1 : std::max(first, static_cast<int>(x) - 1);
         } else if (x < static_cast<float>(last)) {
             last = x < static_cast<float>(first) - 1 ? first - 1 : std::min(last, static_cast<int>(x) + 2);
         }
@@ -123,9 +125,9 @@ class QLM_TriangleSetup {
 /// change any field of the block, as far as the compiler knows.
 struct QLM_ScreenTriangle {
     explicit QLM_ScreenTriangle(const QLM_RasterizeOptions& o)
-        : pixels(o.targetPixels), unlit(o.unlitPixels), ids(o.idMask), depth(o.depthBuffer), owners(o.depthOwner), owner(o.listIndex + 1),
-          id(o.idValue), source(o.sourcePixels), mask(o.sourceMask), sourceWidth(static_cast<int32_t>(o.sourceWidth)),
-          sourceHeight(static_cast<int32_t>(o.sourceHeight)) {
+        : pixels(o.targetPixels), unlit(o.unlitPixels), ids(o.idMask), depth(o.depthBuffer), owners(o.depthOwner),
+          owner(o.listIndex + 1), id(o.idValue), source(o.sourcePixels), mask(o.sourceMask),
+          sourceWidth(static_cast<int32_t>(o.sourceWidth)), sourceHeight(static_cast<int32_t>(o.sourceHeight)) {
         std::copy(o.colorBytes, o.colorBytes + 3, color);
         QLM_Lanes corner[3];
         for (int i = 0; i < 3; ++i) {
@@ -154,6 +156,54 @@ struct QLM_ScreenTriangle {
     QLM_Lanes base, along1, along2;
 };
 
+/// The same for a paint pass.
+struct QLM_PaintTriangle {
+    explicit QLM_PaintTriangle(const QLM_RasterizeOptions& o)
+        : target(o.targetPixels), targetMask(o.lockAlpha ? nullptr : o.targetMask), read(o.readPixels),
+          readMask(o.readMask), overlay(o.overlayPixels), overlayWidth(static_cast<int32_t>(o.overlayWidth)),
+          overlayHeight(static_cast<int32_t>(o.overlayHeight)), source(o.sourcePixels),
+          sourceWidth(static_cast<int32_t>(o.sourceWidth)), sourceHeight(static_cast<int32_t>(o.sourceHeight)),
+          brushStrength(o.strength), strength(o.vertex[0].strength), strength1(o.vertex[1].strength - strength),
+          strength2(o.vertex[2].strength - strength) {
+        std::copy(o.colorBytes, o.colorBytes + 4, color);
+        QLM_Lanes corner[3];
+        for (int i = 0; i < 3; ++i) {
+            const QLM_RasterizeVertex& v = o.vertex[i];
+            corner[i] = QLM_Lanes{v.overlayX, v.overlayY, v.u, v.v};
+        }
+        base = corner[0];
+        along1 = corner[1] - corner[0];
+        along2 = corner[2] - corner[0];
+    }
+    /// Overlay x and y, source u and v at a pixel.
+    QLM_Lanes At(float b1, float b2) const { return base + b1 * along1 + b2 * along2; }
+    float StrengthAt(float b1, float b2) const {
+        return std::clamp(strength + b1 * strength1 + b2 * strength2, 0.0f, 1.0f);
+    }
+
+    uint8_t* target;
+    uint8_t* targetMask; ///< null where alpha is locked, too
+    const uint8_t* read;
+    const uint8_t* readMask;
+    const uint8_t* overlay;
+    int32_t overlayWidth, overlayHeight;
+    const uint8_t* source;
+    int32_t sourceWidth, sourceHeight;
+    uint8_t color[4];
+    float brushStrength;
+
+  private:
+    float strength, strength1, strength2;
+    QLM_Lanes base, along1, along2;
+};
+
+/// And for a pass that only marks.
+struct QLM_GreyTriangle {
+    explicit QLM_GreyTriangle(const QLM_RasterizeOptions& o) : target(o.targetPixels), value(o.colorBytes[0]) {}
+    uint8_t* target;
+    uint8_t value;
+};
+
 /// Base of the pixel policies.
 struct QLM_Shader {};
 
@@ -167,55 +217,56 @@ class QLM_RasterizerTemplateF : public Shader {
         const bool gutter = (Flags & eRaster_Gutter) && o.expandSeams;
         if (!fresh.SetUp(o, gutter, gutter ? 1 : 0)) return;
         const QLM_TriangleSetup setup = fresh; // a copy that nothing points to may live in registers
-        if constexpr (Flags & eRaster_DepthTest) {
-            const QLM_ScreenTriangle triangle(o);
-            bool written = false;
-            const int64_t width = o.targetWidth;
-            for (int y = setup.y0; y <= setup.y1; ++y) {
-                int first = setup.x0, last = setup.x1;
-                setup.ClipRow(y, first, last);
-                bool wasInside = false;
-                for (int x = first; x <= last; ++x) {
-                    float b1, b2;
-                    if (setup.At(x, y, b1, b2)) {
-                        wasInside = true;
-                        written |= DrawScreenPixel(triangle, y * width + x, b1, b2);
-                    } else if (wasInside) {
-                        break;
-                    }
-                }
-            }
-            o.written |= written;
-        } else {
-            ScanWithGutter(o, setup, gutter);
-        }
+        if (gutter ? ScanWithGutter(o, setup) : Scan(o, setup)) o.written = true;
     }
 
   private:
-    static void ScanWithGutter(QLM_RasterizeOptions& o, const QLM_TriangleSetup& setup, bool gutter) {
+    using Triangle = std::conditional_t<
+        (Flags & eRaster_DepthTest) != 0, QLM_ScreenTriangle,
+        std::conditional_t<(Flags & eRaster_VertexStrength) != 0, QLM_PaintTriangle, QLM_GreyTriangle>>;
+
+    /// Pixels inside; true when one was written.
+    static bool Scan(const QLM_RasterizeOptions& o, const QLM_TriangleSetup& setup) {
+        const Triangle triangle(o);
+        const int64_t width = o.targetWidth;
+        bool written = false;
         for (int y = setup.y0; y <= setup.y1; ++y) {
             int first = setup.x0, last = setup.x1;
-            if (!gutter) setup.ClipRow(y, first, last);
+            setup.ClipRow(y, first, last);
             bool wasInside = false;
             for (int x = first; x <= last; ++x) {
                 float b1, b2;
-                const bool inside = setup.At(x, y, b1, b2);
-                const int64_t pixel = static_cast<int64_t>(y) * o.targetWidth + x;
-                if (!inside) {
-                    if (!gutter) {
-                        if (wasInside) break;
-                        continue;
-                    }
-                    if (o.overdrawPixels && o.overdrawPixels[pixel] == 255) continue;
-                    if (o.gutterOwner[pixel] != o.listIndex + 1) continue;
+                if (setup.At(x, y, b1, b2)) {
+                    wasInside = true;
+                    written |= Draw(triangle, y * width + x, b1, b2);
+                } else if (wasInside) {
+                    break;
                 }
-                wasInside = wasInside || inside;
-                DrawPixel(o, pixel, b1, b2);
             }
         }
+        return written;
     }
 
-    static bool DrawScreenPixel(const QLM_ScreenTriangle& t, int64_t pixel, float b1, float b2) {
+    /// Pixels inside, and those of the gutter that the triangle owns.
+    static bool ScanWithGutter(const QLM_RasterizeOptions& o, const QLM_TriangleSetup& setup) {
+        const Triangle triangle(o);
+        const uint8_t* const overdraw = o.overdrawPixels;
+        const uint32_t* const owners = o.gutterOwner;
+        const uint32_t owner = o.listIndex + 1;
+        const int64_t width = o.targetWidth;
+        bool written = false;
+        for (int y = setup.y0; y <= setup.y1; ++y)
+            for (int x = setup.x0; x <= setup.x1; ++x) {
+                float b1, b2;
+                const int64_t pixel = y * width + x;
+                if (!setup.At(x, y, b1, b2) && ((overdraw && overdraw[pixel] == 255) || owners[pixel] != owner))
+                    continue;
+                written |= Draw(triangle, pixel, b1, b2);
+            }
+        return written;
+    }
+
+    static bool Draw(const QLM_ScreenTriangle& t, int64_t pixel, float b1, float b2) {
         const QLM_Lanes values = t.At(b1, b2);
         const float depth = values[0], stored = t.depth[pixel];
         if (!(depth > stored || (depth == stored && t.owner <= t.owners[pixel]))) return false;
@@ -230,37 +281,30 @@ class QLM_RasterizerTemplateF : public Shader {
         return true;
     }
 
-    static float Mix(float v0, float v1, float v2, float b1, float b2) { return v0 + b1 * (v1 - v0) + b2 * (v2 - v0); }
-
-    static void DrawPixel(QLM_RasterizeOptions& o, int64_t pixel, float b1, float b2) {
-        const QLM_RasterizeVertex* v = o.vertex;
-        if constexpr (Flags & eRaster_VertexStrength) {
-            const float ox = Mix(v[0].overlayX, v[1].overlayX, v[2].overlayX, b1, b2);
-            const float oy = Mix(v[0].overlayY, v[1].overlayY, v[2].overlayY, b1, b2);
-            const uint8_t overlay = AlphaFilter::SampleAt(o.overlayPixels, static_cast<int32_t>(o.overlayWidth), static_cast<int32_t>(o.overlayHeight), ox, oy);
-            if (overlay == 0) return;
-            float a = std::clamp(Mix(v[0].strength, v[1].strength, v[2].strength, b1, b2), 0.0f, 1.0f);
-            a = a * ByteToFloat[overlay] * o.strength;
-            if (a < 1.1920929e-7f) return;
-            Sample color[4] = {o.colorBytes[0], o.colorBytes[1], o.colorBytes[2], o.colorBytes[3]};
-            if (o.sourcePixels) {
-                uint8_t sampled[4];
-                ColorFilter::Sample(o.sourcePixels, static_cast<int32_t>(o.sourceWidth), static_cast<int32_t>(o.sourceHeight),
-                                    Mix(v[0].u, v[1].u, v[2].u, b1, b2), Mix(v[0].v, v[1].v, v[2].v, b1, b2), sampled);
-                std::copy(sampled, sampled + 4, color);
-                a *= ByteToFloat[sampled[3]];
-            }
-            const uint8_t alpha = QLM_ClampByte(static_cast<int>(a * 255.0f));
-            if (alpha == 0) return;
-            Shader::Write(o, pixel, color, alpha);
-        } else {
-            Shader::Write(o, pixel, o.colorBytes);
+    static bool Draw(const QLM_PaintTriangle& t, int64_t pixel, float b1, float b2) {
+        const QLM_Lanes values = t.At(b1, b2);
+        const uint8_t overlay = AlphaFilter::SampleAt(t.overlay, t.overlayWidth, t.overlayHeight, values[0], values[1]);
+        if (overlay == 0) return false;
+        float a = t.StrengthAt(b1, b2) * ByteToFloat[overlay] * t.brushStrength;
+        if (a < 1.1920929e-7f) return false;
+        Sample color[4] = {t.color[0], t.color[1], t.color[2], t.color[3]};
+        if (t.source) {
+            ColorFilter::Sample(t.source, t.sourceWidth, t.sourceHeight, values[2], values[3], color);
+            a *= ByteToFloat[color[3]];
         }
-        o.written = true;
+        const uint8_t alpha = QLM_ClampByte(static_cast<int>(a * 255.0f));
+        if (alpha == 0) return false;
+        Shader::Write(t, pixel, color, alpha);
+        return true;
+    }
+
+    static bool Draw(const QLM_GreyTriangle& t, int64_t pixel, float, float) {
+        Shader::Write(t, pixel);
+        return true;
     }
 };
 
 /// A paint pass: colour from a picture of four bytes a pixel with wrap, alpha from the overlay.
 template <class Shader, uint32_t Flags>
-using QLM_PaintRasterizer =
-    QLM_RasterizerTemplateF<Shader, MapFilter_Linear_RepeatB<4>, MapFilter_Alpha_Linear_Clamp_ZeroOutOfRangeB, uint8_t, Flags>;
+using QLM_PaintRasterizer = QLM_RasterizerTemplateF<Shader, MapFilter_Linear_RepeatB<4>,
+                                                    MapFilter_Alpha_Linear_Clamp_ZeroOutOfRangeB, uint8_t, Flags>;

@@ -6,13 +6,13 @@ namespace {
 
 /// Mixes towards the source; a transparent pixel takes it at once, so that no dark fringe shows.
 struct QLM_Shader_Normal : QLM_Shader {
-    static void Write(QLM_RasterizeOptions& o, int64_t pixel, const uint8_t* s, uint8_t a) {
-        const uint8_t* d = o.readPixels + pixel * 3;
-        uint8_t* target = o.targetPixels + pixel * 3;
-        const uint8_t m = o.readMask ? o.readMask[pixel] : 255;
+    static void Write(const QLM_PaintTriangle& t, int64_t pixel, const uint8_t* s, uint8_t a) {
+        const uint8_t* d = t.read + pixel * 3;
+        uint8_t* target = t.target + pixel * 3;
+        const uint8_t m = t.readMask ? t.readMask[pixel] : 255;
         const uint8_t weight = QLM_MixCurveAt(m, a);
         for (int i = 0; i < 3; ++i) target[i] = QLM_MixByte(d[i], s[i], weight);
-        if (o.targetMask && !o.lockAlpha) o.targetMask[pixel] = static_cast<uint8_t>(m + T((255 - m) * a));
+        if (t.targetMask) t.targetMask[pixel] = static_cast<uint8_t>(m + T((255 - m) * a));
     }
 };
 
@@ -21,8 +21,10 @@ struct QLM_Shader_Normal : QLM_Shader {
 QLM_RasterizeFunction QLM_GetPaintRasterizer(int paintMode) {
     switch (paintMode) {
     case 0:
-    case 44: return &QLM_PaintRasterizer<QLM_Shader_Normal, QLM_RasterFlags_Paint>::RasterizeTriangle;
-    default: return nullptr;
+    case 44:
+        return &QLM_PaintRasterizer<QLM_Shader_Normal, QLM_RasterFlags_Paint>::RasterizeTriangle;
+    default:
+        return nullptr;
     }
 }
 

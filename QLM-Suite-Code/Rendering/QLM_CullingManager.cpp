@@ -89,7 +89,7 @@ void QLM_CullingManager::OnViewChanged() {
             std::fill(mesh->VertexVisibility.begin(), mesh->VertexVisibility.end(), Unknown);
 }
 
-float QLM_FadeByAngleManager::Fade(const float* view, const float* normal, bool excludeBackFaces) const {
+float QLM_FadeByAngle::Fade(const float* view, const float* normal, bool excludeBackFaces) const {
     if (Cutoff < 1.1920929e-7f && Falloff > 0.9999999f) return 1.0f;
     const float c = std::clamp(Cutoff, 0.0f, 0.99f), f = std::clamp(Falloff, 0.0f, 0.9999f);
     float d = Dot(view, normal);

@@ -42,10 +42,14 @@ class QLM_CullingManager : public QLM_Manager {
     float precision = 0.5f;
 };
 
-class QLM_FadeByAngleManager : public QLM_Manager {
-  public:
-    /// Factor 0..1 for a view direction and a unit normal; `excludeBackFaces` from the tool.
+/// How a brush fades towards grazing angles; a value that a stroke copies at its press.
+struct QLM_FadeByAngle {
+    /// Factor 0..1 for a view direction and a unit normal; `excludeBackFaces` from the tool. Any thread.
     float Fade(const float* view, const float* normal, bool excludeBackFaces) const;
-    bool Enabled = false;
     float Falloff = 0.8f, Cutoff = 0.05f;
+};
+
+class QLM_FadeByAngleManager : public QLM_Manager, public QLM_FadeByAngle {
+  public:
+    bool Enabled = false;
 };

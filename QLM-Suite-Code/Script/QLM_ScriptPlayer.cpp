@@ -43,7 +43,8 @@ bool ExpectMessage(QLM_ScriptState& state, const QLM_ScriptWords& words, std::st
     }
     const auto& recorded = QLM_OS::Get().recorded;
     bool found = false;
-    for (size_t i = state.messagesSeen; i < recorded.size(); ++i) found = found || recorded[i].text.find(words[2]) != std::string::npos;
+    for (size_t i = state.messagesSeen; i < recorded.size(); ++i)
+        found = found || recorded[i].text.find(words[2]) != std::string::npos;
     state.messagesSeen = recorded.size();
     if (!found) error = "no message holds \"" + words[2] + "\"";
     return found;
@@ -68,7 +69,8 @@ bool RunTableStatement(QLM_ScriptState& state, const QLM_ScriptWords& words, std
     const size_t count = words.size() - 1;
     if (count < found->second.minimumWords || count > found->second.maximumWords) {
         error = "\"" + words[0] + "\" takes " + std::to_string(found->second.minimumWords) +
-                (found->second.maximumWords == found->second.minimumWords ? "" : " or more") + " words, not " + std::to_string(count);
+                (found->second.maximumWords == found->second.minimumWords ? "" : " or more") + " words, not " +
+                std::to_string(count);
         return false;
     }
     QLM_OS& os = QLM_OS::Get();
@@ -86,8 +88,12 @@ bool RunTableStatement(QLM_ScriptState& state, const QLM_ScriptWords& words, std
 
 } // namespace
 
-std::string QLM_ScriptState::ReadPath(const std::string& word) const { return !word.empty() && word[0] == '/' ? word : scriptFolder + word; }
-std::string QLM_ScriptState::WritePath(const std::string& word) const { return !word.empty() && word[0] == '/' ? word : outFolder + word; }
+std::string QLM_ScriptState::ReadPath(const std::string& word) const {
+    return !word.empty() && word[0] == '/' ? word : scriptFolder + word;
+}
+std::string QLM_ScriptState::WritePath(const std::string& word) const {
+    return !word.empty() && word[0] == '/' ? word : outFolder + word;
+}
 
 bool QLM_ScriptState::Run(const QLM_ScriptWords& words, std::string& error) {
     if (words[0] == "answer") return QueueAnswer(words, error);
@@ -128,7 +134,8 @@ bool QLM_ScriptState::Settle(std::string& error) {
     std::string what;
     for (int pass = 0;; ++pass) {
         if (pass == MaximumPasses) {
-            error = "the program does not come to rest after " + std::to_string(MaximumPasses) + " idle passes: " + what;
+            error =
+                "the program does not come to rest after " + std::to_string(MaximumPasses) + " idle passes: " + what;
             return false;
         }
         engine->WaitForBackgroundWork();
@@ -140,7 +147,8 @@ bool QLM_ScriptState::Settle(std::string& error) {
     return true;
 }
 
-QLM_ScriptPlayer::QLM_ScriptPlayer(QLM_ScriptShell shell, std::string outFolder, FILE* reportStream) : state(new QLM_ScriptState) {
+QLM_ScriptPlayer::QLM_ScriptPlayer(QLM_ScriptShell shell, std::string outFolder, FILE* reportStream)
+    : state(new QLM_ScriptState) {
     state->shell = std::move(shell);
     state->outFolder = QLM_NormalizeFolder(outFolder);
     state->reports = reportStream;

@@ -78,9 +78,16 @@ void ReportObjects(FILE* out) {
         QLM_Object* object = objects;
         QLM_Mesh* mesh = object->GetMesh();
         if (!mesh) continue;
-        JSONLine(out).Text("object", object->GetName()).Integer("vertices", mesh->GetVCount()).Integer("texture_vertices", mesh->GetVTCount())
-            .Integer("polygons", mesh->GetPCount()).Numbers("bounds_min", mesh->BoundsMin, 3).Numbers("bounds_max", mesh->BoundsMax, 3)
-            .Text("file", object->GetFilePath()).Flag("current", manager->GetCurrentObject() == object).Flag("visible", !object->IsHidden());
+        JSONLine(out)
+            .Text("object", object->GetName())
+            .Integer("vertices", mesh->GetVCount())
+            .Integer("texture_vertices", mesh->GetVTCount())
+            .Integer("polygons", mesh->GetPCount())
+            .Numbers("bounds_min", mesh->BoundsMin, 3)
+            .Numbers("bounds_max", mesh->BoundsMax, 3)
+            .Text("file", object->GetFilePath())
+            .Flag("current", manager->GetCurrentObject() == object)
+            .Flag("visible", !object->IsHidden());
     }
 }
 
@@ -104,12 +111,21 @@ void ReportMesh(FILE* out, QLM_Object* object) {
         seamVertices += mesh->HasVertexFlag(v, eVFlag_UVSeam);
     }
     const uint64_t bytes = static_cast<uint64_t>(mesh->GetVCount()) * 12;
-    JSONLine(out).Text("mesh", object->GetName()).Integer("vertices", mesh->GetVCount()).Integer("texture_vertices", mesh->GetVTCount())
-        .Integer("polygons", mesh->GetPCount()).Integer("edges", mesh->GetEdgeCount()).Integer("open_edges", openEdges)
-        .Integer("open_vertices", openVertices).Integer("seam_vertices", seamVertices).Integer("materials", mesh->GetMaterialCount())
-        .Integer("groups", mesh->QLM_MeshGroupContainer::GetGroupCount()).Hash("vertex_hash", QLM_Hash(mesh->Vertices.GetData(), bytes))
+    JSONLine(out)
+        .Text("mesh", object->GetName())
+        .Integer("vertices", mesh->GetVCount())
+        .Integer("texture_vertices", mesh->GetVTCount())
+        .Integer("polygons", mesh->GetPCount())
+        .Integer("edges", mesh->GetEdgeCount())
+        .Integer("open_edges", openEdges)
+        .Integer("open_vertices", openVertices)
+        .Integer("seam_vertices", seamVertices)
+        .Integer("materials", mesh->GetMaterialCount())
+        .Integer("groups", mesh->QLM_MeshGroupContainer::GetGroupCount())
+        .Hash("vertex_hash", QLM_Hash(mesh->Vertices.GetData(), bytes))
         .Hash("resolved_hash", QLM_Hash(mesh->ResolvedVertices.GetData(), bytes))
-        .Hash("normal_hash", QLM_Hash(mesh->VertexNormals.GetData(), bytes)).Hash("polygon_hash", HashPolygons(*mesh));
+        .Hash("normal_hash", QLM_Hash(mesh->VertexNormals.GetData(), bytes))
+        .Hash("polygon_hash", HashPolygons(*mesh));
 }
 
 void ReportMaps(FILE* out) {
@@ -120,8 +136,13 @@ void ReportMaps(FILE* out) {
         if (const uint8_t* pixels = map->GetPixels()) hash = QLM_Hash(pixels, map->GetByteCount(), hash);
         if (map->HasMaskSameSize())
             if (const uint8_t* mask = map->GetMaskPixels()) hash = QLM_Hash(mask, map->Mask.GetByteCount(), hash);
-        JSONLine(out).Text("map", map->GetName()).Integer("width", map->GetWidth()).Integer("height", map->GetHeight()).Integer("layers", 0)
-            .Text("file", map->GetMapFileName()).Hash("hash", hash);
+        JSONLine(out)
+            .Text("map", map->GetName())
+            .Integer("width", map->GetWidth())
+            .Integer("height", map->GetHeight())
+            .Integer("layers", 0)
+            .Text("file", map->GetMapFileName())
+            .Hash("hash", hash);
     }
 }
 
@@ -135,11 +156,19 @@ void ReportMaterials(FILE* out) {
             if (const size_t material = mesh->GetPolygon(p).material; material < polygons.size()) ++polygons[material];
         for (int m = 0; m < mesh->GetMaterialCount(); ++m) {
             QLM_Material* material = mesh->GetMaterials()[static_cast<size_t>(m)];
-            JSONLine(out).Text("material", material->GetName()).Text("object", object->GetName()).Integer("polygons", polygons[static_cast<size_t>(m)]);
+            JSONLine(out)
+                .Text("material", material->GetName())
+                .Text("object", object->GetName())
+                .Integer("polygons", polygons[static_cast<size_t>(m)]);
             for (QLM_MaterialChannel* channel : material->channels) {
                 const QLM_MaterialMapSource* map = QLM_GetChannelMap(mesh->GetMapList(), channel);
-                JSONLine(out).Text("material", material->GetName()).Text("channel", channel->GetName()).Number("strength", channel->Strength)
-                    .Number("offset", channel->Offset).Numbers("color", channel->Color, 3).Text("map", map ? map->GetName() : "");
+                JSONLine(out)
+                    .Text("material", material->GetName())
+                    .Text("channel", channel->GetName())
+                    .Number("strength", channel->Strength)
+                    .Number("offset", channel->Offset)
+                    .Numbers("color", channel->Color, 3)
+                    .Text("map", map ? map->GetName() : "");
             }
         }
     }
@@ -150,25 +179,43 @@ void ReportTools(FILE* out) {
     for (const QLM_ToolList* list : manager->GetLists())
         for (QLM_Tool* tool : *list)
             if (tool)
-                JSONLine(out).Text("tool", manager->GetToolName(tool)).Text("list", list->GetName()).Flag("current", tool == manager->GetCurrentTool());
+                JSONLine(out)
+                    .Text("tool", manager->GetToolName(tool))
+                    .Text("list", list->GetName())
+                    .Flag("current", tool == manager->GetCurrentTool());
     if (QLM_Tool* tool = manager->GetCurrentTool())
         for (const QLM_Parameter* parameter : tool->Parameters)
-            JSONLine(out).Text("parameter", parameter->GetName()).Text("value", parameter->GetValueText()).Number("minimum", parameter->Minimum)
+            JSONLine(out)
+                .Text("parameter", parameter->GetName())
+                .Text("value", parameter->GetValueText())
+                .Number("minimum", parameter->Minimum)
                 .Number("maximum", parameter->Maximum);
 }
 
 void ReportViewports(FILE* out) {
     for (int i = 0; i < 4; ++i) {
         const QLM_Viewport* v = QLM_GetManagers().GetViewportManager()->GetViewport(i);
-        JSONLine(out).Integer("viewport", i).Integer("x", v->x).Integer("y", v->y).Integer("width", v->width).Integer("height", v->height)
-            .Flag("shown", v->IsShown()).Number("zoom", v->GetZoom()).Numbers("look_at", v->GetLookAt(), 3)
-            .Numbers("rotation", v->GetRotationMatrix(), 16).Integer("mode", v->DisplayMode).Text("channel", v->MaterialChannelName);
+        JSONLine(out)
+            .Integer("viewport", i)
+            .Integer("x", v->x)
+            .Integer("y", v->y)
+            .Integer("width", v->width)
+            .Integer("height", v->height)
+            .Flag("shown", v->IsShown())
+            .Number("zoom", v->GetZoom())
+            .Numbers("look_at", v->GetLookAt(), 3)
+            .Numbers("rotation", v->GetRotationMatrix(), 16)
+            .Integer("mode", v->DisplayMode)
+            .Text("channel", v->MaterialChannelName);
     }
 }
 
 void ReportCommands(FILE* out) {
     for (const auto& [name, command] : QLM_CommandTable::Get().GetCommands())
-        JSONLine(out).Text("name", name).Integer("controls", command.controls).Flag("acts", static_cast<bool>(command.run));
+        JSONLine(out)
+            .Text("name", name)
+            .Integer("controls", command.controls)
+            .Flag("acts", static_cast<bool>(command.run));
 }
 
 /// A "VmRSS:  1234 kB" line of the process's status.
@@ -203,10 +250,13 @@ bool Report(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
     else if (what == "viewports") ReportViewports(state.reports);
     else if (what == "commands") ReportCommands(state.reports);
     else if (what == "memory")
-        JSONLine(state.reports).Integer("resident_bytes", StatusBytes("VmRSS:")).Integer("peak_bytes", StatusBytes("VmHWM:"))
+        JSONLine(state.reports)
+            .Integer("resident_bytes", StatusBytes("VmRSS:"))
+            .Integer("peak_bytes", StatusBytes("VmHWM:"))
             .Integer("parked_bytes", static_cast<long long>(QLM_VirtualMemory_StoredBytes()));
     else {
-        error = "report takes objects, mesh NAME, maps, materials, tools, viewports, commands or memory, not \"" + what + "\"";
+        error = "report takes objects, mesh NAME, maps, materials, tools, viewports, commands or memory, not \"" +
+                what + "\"";
         return false;
     }
     return true;

@@ -3,6 +3,7 @@
 #include "Core/OS/QLM_OS.h"
 #include "Core/OS/QLM_Tablet.h"
 #include "Engine/QLM_Engine.h"
+#include "Rendering/QLM_ViewportManager.h"
 #include "Script/QLM_ScriptState.h"
 
 namespace {
@@ -30,28 +31,32 @@ bool ParsePointer(const QLM_ScriptWords& words, PointerWords& out, std::string& 
         else if (words[i] == "left") out.button = QLM_Engine::Button::Left;
         else if (words[i] == "middle") out.button = QLM_Engine::Button::Middle;
         else if (words[i] == "right") out.button = QLM_Engine::Button::Right;
-        else if (QLM_ParseNumber(words[i], pressure) && pressure >= 0 && pressure <= 1) QLM_SetPressure(static_cast<float>(pressure));
+        else if (QLM_ParseNumber(words[i], pressure) && pressure >= 0 && pressure <= 1)
+            QLM_SetPressure(static_cast<float>(pressure));
         else {
-            error = "\"" + words[i] + "\" is neither a pressure from 0 to 1 nor shift, ctrl, alt, left, middle or right";
+            error =
+                "\"" + words[i] + "\" is neither a pressure from 0 to 1 nor shift, ctrl, alt, left, middle or right";
             return false;
         }
     }
     return true;
 }
 
-std::string LastMessage(const char* otherwise) {
-    const auto& recorded = QLM_OS::Get().recorded;
-    return recorded.empty() ? otherwise : recorded.back().text;
-}
-
+/// Presses; fails where there is no viewport, and where the tool refused with a message. A press that starts no stroke
+/// but is taken (an adjustment of the brush) is a press.
 bool DoPress(const PointerWords& at, std::string& error) {
-    if (QLM_OS::Get().mouseButtonsDown > 0) {
+    QLM_OS& os = QLM_OS::Get();
+    if (os.mouseButtonsDown > 0) {
         error = "a button is down already";
         return false;
     }
+    const size_t messages = os.recorded.size();
     if (QLM_GetEngine()->PointerPress(at.button, at.x, at.y, at.modifiers)) return true;
+    if (!QLM_GetManagers().GetViewportManager()->GetViewportAt(at.x, at.y))
+        error = "there is no viewport at this place";
+    else if (os.recorded.size() > messages) error = "the press was refused: " + os.recorded.back().text;
+    else return true;
     QLM_GetEngine()->PointerRelease(at.button, at.x, at.y);
-    error = "the press was refused: " + LastMessage("there is no viewport at this place");
     return false;
 }
 

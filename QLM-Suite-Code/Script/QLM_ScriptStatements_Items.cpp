@@ -115,7 +115,9 @@ bool Set(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) {
     return parameter->SetValueFromText(words[2], error);
 }
 
-bool Option(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) { return QLM_SetScriptOption(words[1], words[2], error); }
+bool Option(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) {
+    return QLM_SetScriptOption(words[1], words[2], error);
+}
 
 bool SetColor(const QLM_ScriptWords& words, float* color, std::string& error) {
     double value[3];
@@ -128,8 +130,12 @@ bool SetColor(const QLM_ScriptWords& words, float* color, std::string& error) {
     return true;
 }
 
-bool Color(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) { return SetColor(words, QLM_GetEngine()->foregroundColor, error); }
-bool Background(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) { return SetColor(words, QLM_GetEngine()->backgroundColor, error); }
+bool Color(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) {
+    return SetColor(words, QLM_GetEngine()->foregroundColor, error);
+}
+bool Background(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) {
+    return SetColor(words, QLM_GetEngine()->backgroundColor, error);
+}
 
 } // namespace
 
@@ -141,7 +147,8 @@ QLM_Object* QLM_FindScriptObject(const std::string& word, std::string& error) {
     if (QLM_Object* object = manager->FindObject(word)) return object;
     if (QLM_Object* object = manager->FindObject(name, occurrence)) return object;
     error = "there is no object \"" + word + "\"; there are:";
-    for (auto objects = manager->GetObjects(false); !objects.IsEmpty(); objects.Pop()) error += std::string(" \"") + objects->GetName() + "\"";
+    for (auto objects = manager->GetObjects(false); !objects.IsEmpty(); objects.Pop())
+        error += std::string(" \"") + objects->GetName() + "\"";
     return nullptr;
 }
 
@@ -153,7 +160,8 @@ QLM_MaterialMapSource* QLM_FindScriptMap(const std::string& word, std::string& e
     if (QLM_MaterialMapSource* map = manager->FindMap(word)) return map;
     if (QLM_MaterialMapSource* map = manager->FindMap(name, occurrence)) return map;
     error = "there is no map \"" + word + "\"; there are:";
-    for (auto maps = manager->GetMaps(); !maps.IsEmpty(); maps.Pop()) error += std::string(" \"") + maps->GetName() + "\"";
+    for (auto maps = manager->GetMaps(); !maps.IsEmpty(); maps.Pop())
+        error += std::string(" \"") + maps->GetName() + "\"";
     return nullptr;
 }
 

@@ -101,7 +101,8 @@ bool Frame(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) {
 }
 
 bool Channel(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) {
-    static const char* const names[] = {"Color", "Bump", "Transparency", "Displacement", "Specular", "Glossy", "Ambient"};
+    static const char* const names[] = {"Color",    "Bump",   "Transparency", "Displacement",
+                                        "Specular", "Glossy", "Ambient"};
     for (const char* name : names)
         if (words[1] == name) {
             QLM_Viewport* viewport = Viewports().GetCurrentViewport();
@@ -110,7 +111,8 @@ bool Channel(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error)
             viewport->OnViewChanged();
             return true;
         }
-    error = "a channel is Color, Bump, Transparency, Displacement, Specular, Glossy or Ambient, not \"" + words[1] + "\"";
+    error =
+        "a channel is Color, Bump, Transparency, Displacement, Specular, Glossy or Ambient, not \"" + words[1] + "\"";
     return false;
 }
 

@@ -9,7 +9,10 @@ bool QLM_SplitScriptLine(const std::string& line, QLM_ScriptWords& words, std::s
     size_t i = 0;
     while (i < line.size()) {
         const char c = line[i];
-        if (c == ' ' || c == '\t' || c == '\r') { ++i; continue; }
+        if (c == ' ' || c == '\t' || c == '\r') {
+            ++i;
+            continue;
+        }
         if (c == '#') return true;
         std::string word;
         bool quoted = false;

@@ -5,8 +5,8 @@
 #include "Core/OS/QLM_Files.h"
 #include "Core/OS/QLM_OS.h"
 #include "Core/OS/String_Functions.h"
-#include "FileInterchange/QLM_IOManager.h"
 #include "Engine/QLM_Engine.h"
+#include "FileInterchange/QLM_IOManager.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_ObjectManager.h"
@@ -60,8 +60,10 @@ const std::string UVs = "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\n";
 using Ints = std::vector<int>;
 
 TEST_F(Obj, FormsOfCornersAndIndices) {
-    ASSERT_TRUE(Read(Square + UVs + "f 1/1 2/2 3/3 4/4\nf 1/2/9 2/3/9 3/4/9\nf 1//5 2//5 3//5\nf 1 2 3\nf -3/-1 -2/-2 -1/-3\nfo 1/1 2/2 3/3\n"
-                            "f 1 2\nf 1/1 2/2 0 3/3 4/4\nf\nf x y z\nf 1/1 2/2 3/3 9/1\nl 1 2\n\tf\t1/1\t2/2   3/3  \n"));
+    ASSERT_TRUE(
+        Read(Square + UVs +
+             "f 1/1 2/2 3/3 4/4\nf 1/2/9 2/3/9 3/4/9\nf 1//5 2//5 3//5\nf 1 2 3\nf -3/-1 -2/-2 -1/-3\nfo 1/1 2/2 3/3\n"
+             "f 1 2\nf 1/1 2/2 0 3/3 4/4\nf\nf x y z\nf 1/1 2/2 3/3 9/1\nl 1 2\n\tf\t1/1\t2/2   3/3  \n"));
     ASSERT_EQ(Mesh().GetPCount(), 7);
     EXPECT_EQ(Corners(0, false), (Ints{0, 1, 2, 3}));
     EXPECT_EQ(Corners(0, true), (Ints{0, 1, 2, 3}));
@@ -87,7 +89,9 @@ TEST_F(Obj, FormsOfCornersAndIndices) {
 }
 
 TEST_F(Obj, GroupsMaterialsAndLineEnds) {
-    ASSERT_TRUE(Read("f 1 2 3\r\n" + std::string("v 0 0 0\r\nv 1 0 0\rv 1 1 0\n\r") + "usemtl skin of arm\r\ng left arm\r\nf 1 2 3\r\nusemtl nail\ng  hand \nf 1 2 3\nusemtl skin of arm\ng left arm\nf 3 2 1"));
+    ASSERT_TRUE(Read("f 1 2 3\r\n" + std::string("v 0 0 0\r\nv 1 0 0\rv 1 1 0\n\r") +
+                     "usemtl skin of arm\r\ng left arm\r\nf 1 2 3\r\nusemtl nail\ng  hand \nf 1 2 3\nusemtl skin of "
+                     "arm\ng left arm\nf 3 2 1"));
     ASSERT_EQ(Mesh().GetPCount(), 4);
     ASSERT_EQ(Mesh().GetMaterialCount(), 2);
     EXPECT_STREQ(Mesh().GetMaterials()[0]->GetName(), "skin of arm");
@@ -120,8 +124,9 @@ TEST_F(Obj, GroupsMaterialsAndLineEnds) {
 }
 
 TEST_F(Obj, MaterialStatements) {
-    Put("my cow.mtl", "newmtl a\nNs 50\nd 0.25\nKd 0.1 0.2 0.3\nKs 1 2\nMAP_KD -s 1 1 1 tex.png\nmap_Bump -bm 0.5 b.png\ndisp d.tif\n"
-                      "newmtl nobody\nKd 9 9 9\nnewmtl b/1\nd 1.0\nmap_d  my mask.png  \nKa 0.5 0.5 0.5\n");
+    Put("my cow.mtl",
+        "newmtl a\nNs 50\nd 0.25\nKd 0.1 0.2 0.3\nKs 1 2\nMAP_KD -s 1 1 1 tex.png\nmap_Bump -bm 0.5 b.png\ndisp d.tif\n"
+        "newmtl nobody\nKd 9 9 9\nnewmtl b/1\nd 1.0\nmap_d  my mask.png  \nKa 0.5 0.5 0.5\n");
     ASSERT_TRUE(Read("mtllib sub/dir/my cow.mtl\nusemtl a\n" + Square + "f 1 2 3\nusemtl b/1\nf 1 2 3\n"));
     const QLM_Material &a = *Mesh().GetMaterials()[0], &b = *Mesh().GetMaterials()[1];
     EXPECT_FLOAT_EQ(a.Glossy->Strength, 0.5f);
@@ -145,7 +150,9 @@ TEST_F(Obj, MaterialStatements) {
 
 TEST_F(Obj, NumbersAreThoseOfTheStandardReader) {
     // Every spelling that %f takes, against the library's own reader.
-    const char* const spellings[] = {"1", "-1.5", "+2.25", ".5", "5.", "1e3", "-1.25E-2", "0x1p3", "123456789.123456789", "1e-50", "1e50", "0.1", "16777217", "3.4028235e38"};
+    const char* const spellings[] = {
+        "1",     "-1.5", "+2.25", ".5",       "5.",          "1e3", "-1.25E-2", "0x1p3", "123456789.123456789",
+        "1e-50", "1e50", "0.1",   "16777217", "3.4028235e38"};
     for (const char* text : spellings) {
         float mine = -7, theirs = -7;
         EXPECT_EQ(QLM_Scan::Floats(text, &mine, 1), 1) << text;
@@ -206,14 +213,18 @@ TEST_F(Obj, WritesWhatItReads) {
     std::string line, text;
     while (std::getline(written, line))
         if (line.rfind("vn ", 0) != 0) text += line + "\n";
-    EXPECT_EQ(text, "# This OBJ file was exported from Quillmere\nmtllib out.mtl\n# Vertex Count 3\n"
-                    "v 0.12345679 -0.00000001 1000.50000000\nv 1.00000000 0.00000000 0.00000000\nv 1.00000000 1.00000000 0.00000000\n"
-                    "vt 0.00000000 0.00000000\nvt 1.00000000 0.00000000\nvt 1.00000000 1.00000000\nvt 0.00000000 1.00000000\n"
-                    "usemtl one\ng arm\nf 1/1/1 2/2/2 3/3/3\nusemtl two\nf 3/3/3 2/2/2 1/4/1\ng leg\nf 1/1/1 2/2/2 3/3/3\n");
+    EXPECT_EQ(text,
+              "# This OBJ file was exported from Quillmere\nmtllib out.mtl\n# Vertex Count 3\n"
+              "v 0.12345679 -0.00000001 1000.50000000\nv 1.00000000 0.00000000 0.00000000\nv 1.00000000 1.00000000 "
+              "0.00000000\n"
+              "vt 0.00000000 0.00000000\nvt 1.00000000 0.00000000\nvt 1.00000000 1.00000000\nvt 0.00000000 1.00000000\n"
+              "usemtl one\ng arm\nf 1/1/1 2/2/2 3/3/3\nusemtl two\nf 3/3/3 2/2/2 1/4/1\ng leg\nf 1/1/1 2/2/2 3/3/3\n");
     std::stringstream mtl;
     mtl << std::ifstream(folder + "out.mtl").rdbuf();
-    EXPECT_EQ(mtl.str(), "newmtl one\nKa 1.000000 1.000000 1.000000\nKd 0.500000 0.250000 0.125000\nKs 1.000000 1.000000 1.000000\nd 0.5000\n"
-                         "newmtl two\nKa 1.000000 1.000000 1.000000\nKd 1.000000 1.000000 1.000000\nKs 1.000000 1.000000 1.000000\nd 1.0000\n");
+    EXPECT_EQ(mtl.str(), "newmtl one\nKa 1.000000 1.000000 1.000000\nKd 0.500000 0.250000 0.125000\nKs 1.000000 "
+                         "1.000000 1.000000\nd 0.5000\n"
+                         "newmtl two\nKa 1.000000 1.000000 1.000000\nKd 1.000000 1.000000 1.000000\nKs 1.000000 "
+                         "1.000000 1.000000\nd 1.0000\n");
     // A folder in the way: nothing is lost and the path is named.
     fs::create_directory(folder + "taken.obj");
     EXPECT_FALSE(QLM_WriteObjFile(&Mesh(), folder + "taken.obj", {}, failed));
@@ -223,7 +234,8 @@ TEST_F(Obj, WritesWhatItReads) {
 
 TEST_F(Obj, ImportOptionsComeInTheirOrder) {
     QLM_IOManager& io = *QLM_GetManagers().GetIOManager();
-    const std::string path = Put("b.obj", "v 1 2 3\nv 3 2 3\nv 3 6 3\nv 1 6 3\nvt 0.25 0.125\nvt 1 0\nvt 1 1\nvt 0 1\nf 1/1 2/2 3/3 4/4\n");
+    const std::string path =
+        Put("b.obj", "v 1 2 3\nv 3 2 3\nv 3 6 3\nv 1 6 3\nvt 0.25 0.125\nvt 1 0\nvt 1 1\nvt 0 1\nf 1/1 2/2 3/3 4/4\n");
     io.FlipUVsHorizontallyOnImport = io.FlipNormalsOnImport = io.CenterOnImport = io.ScaleOnImport = true;
     io.ScaleFactor = 2.0f;
     const bool imported = io.ImportDroppedFile(path);

@@ -19,7 +19,8 @@ class Rasterizer : public testing::Test {
 
 /// A screen target with everything that a pass writes.
 struct Screen {
-    Screen(uint32_t w, uint32_t h) : width(w), height(h), pixels(w * h * 4), unlit(w * h * 3), ids(w * h), depth(w * h), owner(w * h) {}
+    Screen(uint32_t w, uint32_t h)
+        : width(w), height(h), pixels(w * h * 4), unlit(w * h * 3), ids(w * h), depth(w * h), owner(w * h) {}
     void Attach(QLM_RasterizeOptions& o) {
         o.targetWidth = width;
         o.targetHeight = height;
@@ -29,7 +30,10 @@ struct Screen {
         o.depthBuffer = depth.data();
         o.depthOwner = owner.data();
     }
-    bool operator==(const Screen& other) const { return pixels == other.pixels && unlit == other.unlit && ids == other.ids && depth == other.depth && owner == other.owner; }
+    bool operator==(const Screen& other) const {
+        return pixels == other.pixels && unlit == other.unlit && ids == other.ids && depth == other.depth &&
+               owner == other.owner;
+    }
     uint32_t width, height;
     std::vector<uint8_t> pixels, unlit, ids;
     std::vector<float> depth;
@@ -120,7 +124,8 @@ TEST_F(Rasterizer, ConstantsStayExactAndPixelCentresDecide) {
         flat(square);
     }
     for (int y = 0; y < 8; ++y)
-        for (int x = 0; x < 8; ++x) EXPECT_EQ(small.depth[y * 8 + x] > 0, x >= 2 && x <= 5 && y >= 2 && y <= 5) << x << " " << y;
+        for (int x = 0; x < 8; ++x)
+            EXPECT_EQ(small.depth[y * 8 + x] > 0, x >= 2 && x <= 5 && y >= 2 && y <= 5) << x << " " << y;
 }
 
 TEST_F(Rasterizer, NearerWinsAndEqualDepthGoesToTheEarlier) {
@@ -155,7 +160,9 @@ TEST_F(Rasterizer, NearerWinsAndEqualDepthGoesToTheEarlier) {
 
 /// A paint target of one colour with a full overlay.
 struct Paint {
-    explicit Paint(uint32_t sideIn) : side(sideIn), read(side * side * 3, 100), target(read), overlay(16, 255), overdraw(side * side), closeness(side * side), owner(side * side) {}
+    explicit Paint(uint32_t sideIn)
+        : side(sideIn), read(side * side * 3, 100), target(read), overlay(16, 255), overdraw(side * side),
+          closeness(side * side), owner(side * side) {}
     QLM_RasterizeOptions Options() {
         QLM_RasterizeOptions o;
         o.targetWidth = o.targetHeight = side;
@@ -195,7 +202,8 @@ TEST_F(Rasterizer, GutterIsARingOfTwoPixelsOnAlignedEdges) {
     EXPECT_EQ(std::count(paint.overdraw.begin(), paint.overdraw.end(), 255), 64);
     for (auto& half : halves) QLM_ClaimGutter(half);
     for (auto& half : halves) QLM_GetPaintRasterizer(0)(half);
-    // Inside and ring: 2 .. 13 on both axes. Left and top belong to the second half (nearer), right and bottom to the first.
+    // Inside and ring: 2 .. 13 on both axes. Left and top belong to the second half (nearer), right and bottom to the
+    // first.
     for (int y = 0; y < 16; ++y)
         for (int x = 0; x < 16; ++x) {
             const bool painted = x >= 2 && x <= 13 && y >= 2 && y <= 13;
@@ -251,7 +259,8 @@ TEST_F(Rasterizer, NormalMatchesTheVectors) {
         words >> shader;
         if (shader != "QLM_Shader_Normal") continue;
         int d[3], s[3], a, m, k, result[3], mask;
-        words >> d[0] >> d[1] >> d[2] >> s[0] >> s[1] >> s[2] >> a >> m >> k >> result[0] >> result[1] >> result[2] >> mask;
+        words >> d[0] >> d[1] >> d[2] >> s[0] >> s[1] >> s[2] >> a >> m >> k >> result[0] >> result[1] >> result[2] >>
+            mask;
         ASSERT_TRUE(words) << line;
         Paint paint(1);
         QLM_RasterizeOptions o = paint.Options();

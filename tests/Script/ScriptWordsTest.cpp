@@ -24,7 +24,8 @@ TEST(ScriptWords, NumbersAreWholeWords) {
     for (const char* bad : {"", "1x", " 1", "nan", "inf", "1,5"}) EXPECT_FALSE(QLM_ParseNumber(bad, number)) << bad;
     long long whole = 0;
     EXPECT_TRUE(QLM_ParseInteger("32", 1, 32, whole));
-    for (const char* bad : {"0", "33", "1.0", "", "99999999999999999999"}) EXPECT_FALSE(QLM_ParseInteger(bad, 1, 32, whole)) << bad;
+    for (const char* bad : {"0", "33", "1.0", "", "99999999999999999999"})
+        EXPECT_FALSE(QLM_ParseInteger(bad, 1, 32, whole)) << bad;
     std::string name;
     int occurrence = 0;
     QLM_SplitOccurrence("arm#2", name, occurrence);

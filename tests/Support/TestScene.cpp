@@ -12,8 +12,8 @@
 #include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
 
-#include <gtest/gtest.h>
 #include <algorithm>
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -63,13 +63,14 @@ TestScene::~TestScene() {
     Settle();
 }
 
-QLM_Object* TestScene::AddObject(const std::string& name, const std::vector<float>& vertices, const std::vector<float>& textureVertices,
-                                 const std::vector<TestPolygon>& polygons) {
+QLM_Object* TestScene::AddObject(const std::string& name, const std::vector<float>& vertices,
+                                 const std::vector<float>& textureVertices, const std::vector<TestPolygon>& polygons) {
     auto* object = new QLM_Object;
     object->SetNameText(name);
     auto* mesh = new QLM_Mesh(object);
     object->SetMesh(mesh);
-    mesh->SetSizes(static_cast<int>(vertices.size() / 3), static_cast<int>(textureVertices.size() / 2), static_cast<int>(polygons.size()));
+    mesh->SetSizes(static_cast<int>(vertices.size() / 3), static_cast<int>(textureVertices.size() / 2),
+                   static_cast<int>(polygons.size()));
     std::copy(vertices.begin(), vertices.end(), mesh->Vertices.GetData());
     std::copy(textureVertices.begin(), textureVertices.end(), mesh->TextureVertices.GetData());
     for (size_t p = 0; p < polygons.size(); ++p) {
@@ -89,7 +90,8 @@ QLM_Object* TestScene::AddObject(const std::string& name, const std::vector<floa
     return object;
 }
 
-QLM_MaterialMapSource* TestScene::AddMap(QLM_Object* object, uint32_t width, uint32_t height, uint8_t r, uint8_t g, uint8_t b) {
+QLM_MaterialMapSource* TestScene::AddMap(QLM_Object* object, uint32_t width, uint32_t height, uint8_t r, uint8_t g,
+                                         uint8_t b) {
     QLM_MapManager* manager = QLM_GetManagers().GetMapManager();
     QLM_MaterialMapSource* map = manager->CreateMapSource();
     map->Initialize(width, height, nullptr);

@@ -21,8 +21,8 @@ class TestScene {
     ~TestScene();
 
     /// An object from arrays (three floats a vertex, two a texture vertex), finished by AfterRawBuild and made current.
-    QLM_Object* AddObject(const std::string& name, const std::vector<float>& vertices, const std::vector<float>& textureVertices,
-                          const std::vector<TestPolygon>& polygons);
+    QLM_Object* AddObject(const std::string& name, const std::vector<float>& vertices,
+                          const std::vector<float>& textureVertices, const std::vector<TestPolygon>& polygons);
     /// A map of one colour bound to the "Color" channel of the object's material 0.
     QLM_MaterialMapSource* AddMap(QLM_Object* object, uint32_t width, uint32_t height, uint8_t r, uint8_t g, uint8_t b);
     QLM_Viewport* GetViewport() const;
@@ -36,6 +36,7 @@ class TestScene {
     void Stroke(const std::vector<std::pair<float, float>>& points);
     /// RGB of a map's pixel, row 0 at the bottom.
     static std::vector<int> PixelAt(QLM_MaterialMapSource* map, int x, int y);
-    /// The box of pixels that differ from a colour: min x, min y, max x, max y, and their count; all -1 when none differs.
+    /// The box of pixels that differ from a colour: min x, min y, max x, max y, and their count; all -1 when none
+    /// differs.
     static std::vector<int> ChangedBox(QLM_MaterialMapSource* map, uint8_t r, uint8_t g, uint8_t b);
 };

@@ -8,7 +8,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     QLM_ScriptWords words;
     std::string error;
-    if (!QLM_SplitScriptLine(std::string(reinterpret_cast<const char*>(data), size), words, error) && error.empty()) abort();
+    if (!QLM_SplitScriptLine(std::string(reinterpret_cast<const char*>(data), size), words, error) && error.empty())
+        abort();
     for (const std::string& word : words) {
         double number;
         long long whole;

@@ -3,7 +3,7 @@ import hashlib
 import os
 import tempfile
 
-from support import BINARY, DATA, SPOT, check, play
+from support import BINARY, SPOT, check, play
 
 # Two islands that overlap in UV, polygons that share edges, and a seam with a gutter.
 OVERLAP = """v -1 -1 0
@@ -74,17 +74,16 @@ def fingerprint(build, binary, threads):
     return hashes, [line for line in result.stdout.splitlines() if '"viewport"' in line], pictures
 
 
-binaries = [BINARY] + [b for b in os.environ.get("QLM_PEERS", "").split(":") if b]
+peers = [b for b in os.environ.get("QLM_PEERS", "").split(":") if b]
 scenes = [scene] + ([spot_scene] if os.path.exists(SPOT) else [])
 if len(scenes) == 1:
     print("without", SPOT)
 for build in scenes:
-    first = None
-    for binary in binaries:
-        for threads in (1, 2, 7):
-            for _ in range(int(os.environ.get("QLM_REPEATS", "2"))):
-                now = fingerprint(build, binary, threads)
-                first = first or now
-                check(len(now[0]) == 1, "one map was reported")
-                check(now == first, f"{build.__name__} with {threads} threads of {binary}:\n{now}\nis not\n{first}")
-print("determinism:", len(binaries), "builds, all the same;", DATA)
+    runs = [(BINARY, threads) for threads in (1, 2, 7) for _ in range(int(os.environ.get("QLM_REPEATS", "1")))]
+    runs += [(peer, 2) for peer in peers]
+    first = fingerprint(build, *runs[0])
+    check(len(first[0]) == 1, "one map was reported")
+    for binary, threads in runs[1:]:
+        now = fingerprint(build, binary, threads)
+        check(now == first, f"{build.__name__} with {threads} threads of {binary}:\n{now}\nis not\n{first}")
+print("determinism:", 1 + len(peers), "builds, all the same")

@@ -12,7 +12,7 @@ def run(*arguments):
 
 
 # The command line needs no display.
-for argument, text in (("--help", b"--script"), ("--version", b"8.0.0")):
+for argument, text in (("--help", b"--script"), ("--version", b"8.0.0"), ("TEST_TABLET_DRIVERS", b"\n")):
     process = run(argument)
     check(process.returncode == 0 and text in process.stdout, argument)
 for arguments in (["--nonsense"], ["--headless"], ["--headless", "--script", "x", "--threads", "0"]):

@@ -2,11 +2,13 @@
 
 #include "Core/OS/QLM_Clock.h"
 #include "Core/OS/QLM_ModuleHooks.h"
+#include "Core/OS/String_Functions.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 
 namespace {
 
@@ -50,3 +52,21 @@ void QLM_SetPressure(float value) {
 }
 
 float QLM_GetPressure() { return pressure; }
+
+void QLM_TabletSelfTest() {
+    // The kernel's list has a line N: Name="..." for each device.
+    FILE* const list = std::fopen("/proc/bus/input/devices", "r");
+    char line[512];
+    int found = 0;
+    while (list && std::fgets(line, sizeof line, list)) {
+        std::string name = line;
+        if (name.rfind("N: Name=", 0) != 0) continue;
+        name = QLM_Trim(name.substr(8));
+        const std::string lower = QLM_ToLower(name);
+        if (lower.find("pen") == std::string::npos && lower.find("stylus") == std::string::npos && lower.find("tablet") == std::string::npos) continue;
+        std::printf("%s\n", name.c_str());
+        ++found;
+    }
+    if (list) std::fclose(list);
+    if (found == 0) std::printf("No pen devices.\n");
+}

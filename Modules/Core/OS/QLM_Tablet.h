@@ -9,6 +9,9 @@ class QLM_Tablet {
     virtual void Close() = 0;
 };
 
+/// Lists the pen devices that the kernel knows on standard output, a line each.
+void QLM_TabletSelfTest();
+
 /// Turns a raw driver value into the pressure curve's result and stores it. `minimum` and `range` come from the
 /// driver's device record. Main thread.
 void QLM_TabletPacket(int raw, int minimum, int range);

@@ -10,7 +10,8 @@ namespace {
 constexpr size_t BufferSize = 1 << 20;
 }
 
-QLM_LineScanner::QLM_LineScanner(FILE* stream, size_t limitIn) : file(stream), limit(limitIn), buffer(BufferSize), base(ftello(stream)) {}
+QLM_LineScanner::QLM_LineScanner(FILE* stream, size_t limitIn)
+    : file(stream), limit(limitIn), buffer(BufferSize), base(ftello(stream)) {}
 
 /// Moves what is left to the front and reads on; false when nothing was added.
 bool QLM_LineScanner::Fill() {
@@ -68,7 +69,8 @@ int Floats(std::string_view text, float* out, int count) {
         float value = 0;
         auto result = std::from_chars(number.data(), number.data() + number.size(), value);
         const char* behind = result.ptr;
-        if (result.ec == std::errc::result_out_of_range || (number.size() > 1 && (number[1] == 'x' || number[1] == 'X'))) {
+        if (result.ec == std::errc::result_out_of_range ||
+            (number.size() > 1 && (number[1] == 'x' || number[1] == 'X'))) {
             // Beyond the range, or hexadecimal: the library's own reader decides.
             const std::string copy(number.substr(0, 64));
             char* tail = nullptr;

@@ -27,7 +27,8 @@ void Statement(QLM_Material& material, std::string_view token, const std::string
     if (is("Ns")) {
         if (QLM_Scan::Floats(remainder, value, 1) == 1) material.Glossy->Strength = value[0] / 100.0f;
     } else if (is("d")) {
-        if (QLM_Scan::Floats(remainder, value, 1) == 1) material.Transparency->Strength = std::clamp(1.0f - value[0], 0.0f, 1.0f);
+        if (QLM_Scan::Floats(remainder, value, 1) == 1)
+            material.Transparency->Strength = std::clamp(1.0f - value[0], 0.0f, 1.0f);
     } else if (is("Ka") || is("Kd") || is("Ks")) {
         if (QLM_Scan::Floats(remainder, value, 3) != 3) return;
         QLM_MaterialChannel* channel = is("Ka") ? material.Ambient : is("Kd") ? material.Color : material.Specular;
@@ -53,7 +54,8 @@ void QLM_ReadMtlFile(const std::string& path, QLM_Mesh* mesh, bool importMaps) {
     while (lines.Next(line)) {
         const std::string_view token = QLM_Scan::Word(line, rest);
         if (token.empty() || token[0] == '#') continue;
-        if (QLM_CompareNoCase(token, "newmtl") == 0) selected = mesh->FindMaterialByName(QLM_CleanName(std::string(rest)));
+        if (QLM_CompareNoCase(token, "newmtl") == 0)
+            selected = mesh->FindMaterialByName(QLM_CleanName(std::string(rest)));
         else if (selected) Statement(*selected, token, EraseSwitches(rest), importMaps);
     }
     QLM_fclose(stream);

@@ -21,7 +21,9 @@ struct Counts {
     int64_t vertices = 0, textureVertices = 0, polygons = 0;
 };
 
-bool IsStop(std::string_view token, const char* stopToken) { return stopToken && QLM_CompareNoCase(token, stopToken) == 0; }
+bool IsStop(std::string_view token, const char* stopToken) {
+    return stopToken && QLM_CompareNoCase(token, stopToken) == 0;
+}
 
 /// First pass: how much there is.
 Counts CountElements(FILE* stream, const char* stopToken) {
@@ -46,7 +48,8 @@ Counts CountElements(FILE* stream, const char* stopToken) {
 /// The second pass over one file.
 class Loader {
   public:
-    Loader(QLM_Mesh* meshIn, const QLM_ObjReadOptions& optionsIn, const Counts& countsIn) : mesh(meshIn), options(optionsIn), counts(countsIn) {
+    Loader(QLM_Mesh* meshIn, const QLM_ObjReadOptions& optionsIn, const Counts& countsIn)
+        : mesh(meshIn), options(optionsIn), counts(countsIn) {
         if (options.singleDefaultGroup) UseGroup("default");
     }
 
@@ -76,7 +79,8 @@ class Loader {
         if (token == "v") {
             if (vertex < counts.vertices) QLM_Scan::Floats(rest, mesh->Vertices[vertex++], 3);
         } else if (token == "vt") {
-            if (textureVertex < counts.textureVertices) QLM_Scan::Floats(rest, mesh->TextureVertices[textureVertex++], 2);
+            if (textureVertex < counts.textureVertices)
+                QLM_Scan::Floats(rest, mesh->TextureVertices[textureVertex++], 2);
         } else if (token == "f" || token == "fo") {
             Face(rest);
         } else if (token == "g") {
@@ -93,7 +97,9 @@ class Loader {
 
     void Comment(std::string_view line) {
         std::string_view name;
-        if (QLM_CompareNoCase(QLM_Scan::Word(line.substr(std::min<size_t>(2, line.size())), name), "InternalName:") != 0) return;
+        if (QLM_CompareNoCase(QLM_Scan::Word(line.substr(std::min<size_t>(2, line.size())), name), "InternalName:") !=
+            0)
+            return;
         internalNames = true;
         UseGroup(std::string(name));
     }
@@ -178,7 +184,8 @@ std::string FindMaterialLibrary(const std::string& value, const std::string& pat
 
 } // namespace
 
-bool QLM_LoadObjDataFromStream(FILE* stream, const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadOptions& options, std::string& error) {
+bool QLM_LoadObjDataFromStream(FILE* stream, const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadOptions& options,
+                               std::string& error) {
     QLM_TRACE(2);
     const int64_t start = ftello(stream);
     const Counts counts = CountElements(stream, options.stopToken);
@@ -191,7 +198,8 @@ bool QLM_LoadObjDataFromStream(FILE* stream, const std::string& path, QLM_Mesh* 
         return false;
     }
     fseeko(stream, start, SEEK_SET);
-    mesh->SetSizes(static_cast<int>(counts.vertices), static_cast<int>(counts.textureVertices), static_cast<int>(counts.polygons));
+    mesh->SetSizes(static_cast<int>(counts.vertices), static_cast<int>(counts.textureVertices),
+                   static_cast<int>(counts.polygons));
     Loader loader(mesh, options, counts);
     loader.Run(stream);
     if (loader.polygonsRead < counts.polygons) mesh->SetPCount(loader.polygonsRead);
@@ -204,7 +212,8 @@ bool QLM_LoadObjDataFromStream(FILE* stream, const std::string& path, QLM_Mesh* 
         mesh->AddMaterial(material);
         for (int p = 0; p < mesh->GetPCount(); ++p) mesh->SetPolygonMaterial(p, 0);
     }
-    if (!loader.materialLibrary.empty()) QLM_ReadMtlFile(FindMaterialLibrary(loader.materialLibrary, path), mesh, options.importMaps);
+    if (!loader.materialLibrary.empty())
+        QLM_ReadMtlFile(FindMaterialLibrary(loader.materialLibrary, path), mesh, options.importMaps);
     mesh->AfterRawBuild();
     QLM_OS::Get().KeepBusyAlive();
     return true;
@@ -238,5 +247,6 @@ bool QLM_ReadObjFile(const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadO
 void QLM_ShowQueuedObjWarnings() {
     if (!badUVsSeen || badUVsTold) return;
     badUVsTold = true;
-    QLM_OS::Get().MessageBox("OBJ file contains polygons with bad UV coordinates. This OBJ may not paint properly without being re-UV mapped.");
+    QLM_OS::Get().MessageBox("OBJ file contains polygons with bad UV coordinates. This OBJ may not paint properly "
+                             "without being re-UV mapped.");
 }

@@ -16,7 +16,8 @@ struct QLM_ObjReadOptions {
 /// Reads geometry from where the stream stands, then the material file beside `path`, and finishes the mesh with
 /// AfterRawBuild. Polygons that don't parse are dropped. False with a one-sentence reason when nothing came of it.
 /// Main thread.
-bool QLM_LoadObjDataFromStream(FILE* stream, const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadOptions& options, std::string& error);
+bool QLM_LoadObjDataFromStream(FILE* stream, const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadOptions& options,
+                               std::string& error);
 
 /// Opens and reads; a name that ends in 'z' is unpacked first. False with a one-sentence reason.
 bool QLM_ReadObjFile(const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadOptions& options, std::string& error);

@@ -34,7 +34,9 @@ class TextSink {
         char digits[64];
         for (int i = 0; i < count; ++i) {
             block.push_back(' ');
-            block.append(digits, std::to_chars(digits, digits + sizeof digits, static_cast<double>(values[i]), std::chars_format::fixed, 8).ptr);
+            block.append(digits, std::to_chars(digits, digits + sizeof digits, static_cast<double>(values[i]),
+                                               std::chars_format::fixed, 8)
+                                     .ptr);
         }
         EndLine();
     }
@@ -56,15 +58,17 @@ class TextSink {
 void WriteMtl(FILE* file, QLM_Mesh* mesh) {
     for (QLM_Material* material : mesh->GetMaterials()) {
         QLM_PrintToFile(file, "newmtl %s\n", material->GetName());
-        const std::pair<const char*, QLM_MaterialChannel*> colors[] = {{"Ka", material->Ambient}, {"Kd", material->Color}, {"Ks", material->Specular}};
+        const std::pair<const char*, QLM_MaterialChannel*> colors[] = {
+            {"Ka", material->Ambient}, {"Kd", material->Color}, {"Ks", material->Specular}};
         for (const auto& [key, channel] : colors)
             QLM_PrintToFile(file, "%s %.6f %.6f %.6f\n", key, channel->Color[0], channel->Color[1], channel->Color[2]);
         QLM_PrintToFile(file, "d %.4f\n", 1.0f - material->Transparency->Strength);
         const std::pair<const char*, QLM_MaterialChannel*> maps[] = {
-            {"map_kd", material->Color},    {"map_Bump", material->Bump},   {"map_d", material->Transparency},
+            {"map_kd", material->Color},    {"map_Bump", material->Bump},  {"map_d", material->Transparency},
             {"map_ks", material->Specular}, {"map_ka", material->Ambient}, {"disp", material->Displacement}};
         for (const auto& [key, channel] : maps)
-            if (const QLM_MaterialMapSource* map = QLM_GetChannelMap(mesh->GetMapList(), channel)) QLM_PrintToFile(file, "%s %s\n", key, map->GetName());
+            if (const QLM_MaterialMapSource* map = QLM_GetChannelMap(mesh->GetMapList(), channel))
+                QLM_PrintToFile(file, "%s %s\n", key, map->GetName());
     }
 }
 
@@ -125,7 +129,8 @@ void WriteObj(FILE* file, QLM_Mesh* mesh, const std::string& mtlName, const QLM_
 
 } // namespace
 
-bool QLM_WriteObjFile(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWriteOptions& options, std::string& failedPath) {
+bool QLM_WriteObjFile(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWriteOptions& options,
+                      std::string& failedPath) {
     QLM_TRACE(2);
     const std::string mtlName = QLM_StemOf(path) + ".mtl", mtlPath = QLM_FolderOf(path) + mtlName;
     QLM_SafeFileWriter mtl(mtlPath);

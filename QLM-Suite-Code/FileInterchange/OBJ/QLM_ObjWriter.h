@@ -13,4 +13,5 @@ struct QLM_ObjWriteOptions {
 
 /// Writes OBJ and MTL beside their targets and renames both when both are whole. False with the path that could not be
 /// written in `failedPath`; the former files stand then. Main thread.
-bool QLM_WriteObjFile(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWriteOptions& options, std::string& failedPath);
+bool QLM_WriteObjFile(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWriteOptions& options,
+                      std::string& failedPath);
