@@ -3,9 +3,7 @@
 #include "Core/Logging/QLM_Logger.h"
 #include "Interface/QLM_WX_App.h"
 #include "Rendering/QLM_GLRenderer.h"
-#include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
-#include "Tools/QLM_ToolManager.h"
 
 #include <wx/bitmap.h>
 #include <wx/dcclient.h>
@@ -23,19 +21,6 @@ wxGLAttributes Attributes() {
     wxGLAttributes attributes;
     attributes.PlatformDefaults().RGBA().DoubleBuffer().Depth(24).EndList();
     return attributes;
-}
-
-/// The view is on its way: under a drag of a view tool, or not yet at rest with its picture outstanding.
-bool IsInteracting() {
-    const QLM_Managers& managers = QLM_GetManagers();
-    const QLM_ViewportManager& viewports = *managers.GetViewportManager();
-    const QLM_Tool* tool = managers.GetToolManager()->GetCurrentTool();
-    if (viewports.mouseViewport >= 0) return tool && tool->IsViewTool();
-    if (!viewports.viewportsMoved) return false;
-    for (int i = 0; i < 4; ++i)
-        if (const QLM_Viewport* viewport = viewports.GetViewport(i); viewport->IsShown() && !viewport->r4s.pictureValid)
-            return true;
-    return false;
 }
 
 } // namespace
@@ -117,7 +102,7 @@ void GLCanvas::DrawNow() {
     TestOpenGL();
     if (MakeCurrent()) {
         if (!TheApp()->IsScripted()) ++engine->redrawCounter;
-        QLM_GL_DrawCanvas(!TheApp()->IsScripted() && IsInteracting());
+        QLM_GL_DrawCanvas(!TheApp()->IsScripted() && QLM_GetManagers().GetViewportManager()->IsInteracting());
         SwapBuffers();
     }
     drawing = false;
