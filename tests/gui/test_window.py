@@ -213,7 +213,7 @@ def uses_view_tools(program):
     x, y = program.middle()
     start = extent(model_pixels(program, program.park()))
     moved = extent(model_pixels(program, use(MOVE_VIEW)))
-    check(moved[0] > start[0] and abs((moved[2] - moved[0]) - (start[2] - start[0])) <= 8, f"moved along with the drag: {start} {moved}")
+    check(abs(moved[0] - start[0] - 60) <= 8 and abs(moved[2] - start[2] - 60) <= 8, f"moved along with the drag of 60 pixels: {start} {moved}")
     before = use(ROTATE_VIEW)
     turned = extent(model_pixels(program, before))
     check(turned != moved, f"another side: {moved} {turned}")
