@@ -108,6 +108,7 @@ int RunWindow(const char* programName, Arguments& arguments) {
     window.startCoreModules = [&start](std::string& error) { return QLM_StartCoreModules(start, error); };
     window.startModules = [&start](const QLM_ShellCallbacks& shell, std::string& error) {
         start.shell = shell;
+        start.shell.beforeShutDown = QLM_StopStateDumpThread;
         return QLM_StartModules(start, error);
     };
     window.startStateDumpThread = QLM_StartStateDumpThread;

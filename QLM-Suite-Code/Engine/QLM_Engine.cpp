@@ -181,6 +181,7 @@ bool QLM_Engine::ExitRequested() {
 void QLM_Engine::ShutDown() {
     QLM_TRACE(1);
     // No thread may still read what the managers free.
+    if (shell.beforeShutDown) shell.beforeShutDown();
     isReady = false;
     QLM_AllWorkhorses::Get().StopAll();
     if (managers) {

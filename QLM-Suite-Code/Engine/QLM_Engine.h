@@ -21,6 +21,7 @@ struct QLM_ShellCallbacks {
     std::function<void()> requestRedraw;
     std::function<void(const std::string& name, int value)> runCommand; ///< event 5001
     std::function<void()> settingsChanged;
+    std::function<void()> beforeShutDown; ///< ends the shell's own threads; the first step of the program's end
 };
 
 /// What the composition root makes for the engine.

@@ -9,6 +9,7 @@
 #include "Math/QLM_Random.h"
 #include "Rendering/QLM_CullingManager.h"
 #include "Rendering/QLM_RenderManagers.h"
+#include "Support/TestScene.h"
 #include "Tools/QLM_ToolManager.h"
 
 RenderingScene::RenderingScene(int canvasWidth, int canvasHeight) {
@@ -70,12 +71,7 @@ QLM_MaterialMapSource* RenderingScene::AddMap(QLM_Object* object, uint32_t width
     QLM_MapManager* maps = QLM_GetManagers().GetMapManager();
     QLM_MaterialMapSource* map = maps->CreateMapSource();
     map->Initialize(width, height, nullptr);
-    uint8_t* pixels = map->GetPixels();
-    for (uint64_t i = 0; i < map->GetByteCount(); i += 3) {
-        pixels[i] = r;
-        pixels[i + 1] = g;
-        pixels[i + 2] = b;
-    }
+    TestScene::Fill(map, r, g, b);
     QLM_Mesh* mesh = object->GetMesh();
     maps->AssignMapToMaterialChannel(&mesh->GetMapList(), mesh->GetMaterials()[0]->Color, map);
     mesh->UpdateAllMapPolygonLists();

@@ -95,12 +95,7 @@ QLM_MaterialMapSource* TestScene::AddMap(QLM_Object* object, uint32_t width, uin
     QLM_MapManager* manager = QLM_GetManagers().GetMapManager();
     QLM_MaterialMapSource* map = manager->CreateMapSource();
     map->Initialize(width, height, nullptr);
-    uint8_t* pixels = map->GetPixels();
-    for (uint64_t i = 0; i < map->GetByteCount(); i += 3) {
-        pixels[i] = r;
-        pixels[i + 1] = g;
-        pixels[i + 2] = b;
-    }
+    Fill(map, r, g, b);
     map->OnWholeMapChanged();
     QLM_Mesh* mesh = object->GetMesh();
     manager->AssignMapToMaterialChannel(&mesh->GetMapList(), mesh->GetMaterials()[0]->Color, map);
@@ -140,6 +135,15 @@ void TestScene::Stroke(const std::vector<std::pair<float, float>>& points) {
     for (size_t i = 1; i < points.size(); ++i) engine->PointerMove(points[i].first, points[i].second);
     engine->PointerRelease(QLM_Engine::Button::Left, points.back().first, points.back().second);
     Settle();
+}
+
+void TestScene::Fill(QLM_MaterialMapSource* map, uint8_t r, uint8_t g, uint8_t b) {
+    uint8_t* pixels = map->GetPixels();
+    for (uint64_t i = 0; i < map->GetByteCount(); i += 3) {
+        pixels[i] = r;
+        pixels[i + 1] = g;
+        pixels[i + 2] = b;
+    }
 }
 
 std::vector<int> TestScene::PixelAt(QLM_MaterialMapSource* map, int x, int y) {

@@ -34,6 +34,8 @@ class TestScene {
     void Click(float x, float y);
     /// Press, moves and release.
     void Stroke(const std::vector<std::pair<float, float>>& points);
+    /// Gives every pixel of an RGB map one colour; notifies nobody.
+    static void Fill(QLM_MaterialMapSource* map, uint8_t r, uint8_t g, uint8_t b);
     /// RGB of a map's pixel, row 0 at the bottom.
     static std::vector<int> PixelAt(QLM_MaterialMapSource* map, int x, int y);
     /// The box of pixels that differ from a colour: min x, min y, max x, max y, and their count; all -1 when none

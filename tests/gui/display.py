@@ -72,7 +72,7 @@ class Display:
         reader, writer = os.pipe()
         self.log = open(os.path.join(self.folder, "Xvfb.log"), "wb")
         self.server = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(writer), "-screen", "0", f"{width}x{height}x24", "-fbdir", self.folder, "-nolisten", "tcp"],
+            ["Xvfb", "-displayfd", str(writer), "-screen", "0", f"{width}x{height}x24", "-fbdir", self.folder, "-nolisten", "tcp", "-noreset"],
             pass_fds=[writer], stdout=self.log, stderr=self.log, stdin=subprocess.DEVNULL)
         os.close(writer)
         with os.fdopen(reader) as numbers:

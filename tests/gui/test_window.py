@@ -11,7 +11,7 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from display import Display, wait_until
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "scripts"))
-from support import read_png
+from support import ROOT, read_png
 
 QUILLMERE = os.path.abspath(sys.argv[1])
 DATA = os.path.join(os.path.dirname(QUILLMERE), "Data")
@@ -164,6 +164,9 @@ def a_session(display):
         rests(program)
         exports(program)
         check(close(program) == 0, f"status {program.process.returncode}: {program.stderr()}")
+        log = subprocess.run([sys.executable, os.path.join(ROOT, "tools", "readlog"), os.path.join(program.home, "Quillmere-Log.txt")],
+                             capture_output=True, text=True)
+        check(log.returncode == 0, f"the log of a session that ended well: {log.stdout[-500:]} {log.stderr}")
         print("a session: good")
     finally:
         program.kill()
@@ -292,14 +295,18 @@ def no_display(display):
     print("no display: good")
 
 
+def open_and_paint(program):
+    program.open()
+    x, y = program.middle()
+    program.display.drag([(x - 40, y), (x + 40, y)])
+    program.park()
+
+
 def crash(display):
     """A crash in the middle of the toolkit: the offer stands in a box, and what was painted is saved."""
     program = Program(display, SAMPLE)
     try:
-        program.open()
-        x, y = program.middle()
-        display.drag([(x - 40, y), (x + 40, y)])
-        program.park()
+        open_and_paint(program)
         program.process.send_signal(signal.SIGSEGV)
         confirm(program, "o")
         box = program.find("^Error")
@@ -316,10 +323,7 @@ def termination(display):
     """The desktop ends the session: no question, and nothing is lost."""
     program = Program(display, SAMPLE)
     try:
-        program.open()
-        x, y = program.middle()
-        display.drag([(x - 40, y), (x + 40, y)])
-        program.park()
+        open_and_paint(program)
         program.process.send_signal(signal.SIGTERM)
         check(program.end() == 143, f"status {program.process.returncode}")
         saved_painted_map(program)
