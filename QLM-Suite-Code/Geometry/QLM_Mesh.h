@@ -1,8 +1,21 @@
 #pragma once
 // A polygon mesh with separate position and texture vertices, its behaviours split over a chain of containers.
 
-#include "Geometry/QLM_MeshContainers.h"
+#include "Geometry/QLM_MeshConcavity.h"
+#include "Geometry/QLM_MeshCornerNormals.h"
+#include "Geometry/QLM_MeshDisplayGroups.h"
+#include "Geometry/QLM_MeshFlags.h"
+#include "Geometry/QLM_MeshGroups.h"
+#include "Geometry/QLM_MeshHotSelection.h"
+#include "Geometry/QLM_MeshLookups.h"
+#include "Geometry/QLM_MeshMaterials.h"
+#include "Geometry/QLM_MeshMorphs.h"
+#include "Geometry/QLM_MeshOctree.h"
 #include "Geometry/QLM_MeshRoot.h"
+#include "Geometry/QLM_MeshSymmetry.h"
+#include "Geometry/QLM_MeshTransform.h"
+#include "Geometry/QLM_MeshUtilities.h"
+#include "Geometry/QLM_MeshWeld.h"
 #include "Geometry/QLM_Polygon.h"
 
 class QLM_Group2;

@@ -6,7 +6,8 @@
 #include "Engine/QLM_Engine.h"
 #include "Engine/QLM_Messages.h"
 #include "Geometry/QLM_CornerPools.h"
-#include "Geometry/QLM_GeometryManagers.h"
+#include "Geometry/QLM_UtilityManager.h"
+#include "Geometry/QLM_VertexWeightManager.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 

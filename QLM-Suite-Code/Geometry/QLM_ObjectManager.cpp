@@ -3,7 +3,7 @@
 #include "Core/Logging/QLM_Logger.h"
 #include "Engine/QLM_Engine.h"
 #include "Engine/QLM_Events.h"
-#include "Geometry/QLM_GeometryManagers.h"
+#include "Geometry/QLM_VertexWeightManager.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_PointBox.h"

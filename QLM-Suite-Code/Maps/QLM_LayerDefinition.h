@@ -1,9 +1,9 @@
 #pragma once
-// What layers and display groups share, and the sets of data that hang on them.
+// What map layers and display groups share: a strength and a state.
 
 #include "Core/Objects/QLM_BaseClass.h"
 
-/// A layer's strength and state.
+/// Main thread. A locked layer that gets hidden is hidden: there is one state.
 class QLM_LayerDefinition : public virtual QLM_BaseClass {
   public:
     enum State : int32_t { Normal = 0, Locked = 1, Hidden = 2 };
@@ -14,14 +14,12 @@ class QLM_LayerDefinition : public virtual QLM_BaseClass {
     virtual void Unhide() { if (state == Hidden) { state = Normal; OnChanged(); } }
     virtual bool IsLocked() const { return state == Locked; }
     virtual bool IsHidden() const { return state == Hidden; }
+    /// The lines "State" and "Strength", which every layer's record carries inline.
+    void SaveLayerDefinition(FILE* stream);
+    /// Takes one line: "State" (0..2, else ignored), "Strength" (clamped to its limits), the older "Locked" and
+    /// "Hidden"; and the block "LayerDefinition" around them. True when it was one of these.
+    bool ConsiderLayerDefinition(FILE* stream, const std::string& key, const std::string& value);
 
     float Strength = 1.0f, MinStrength = 0.0f, MaxStrength = 1.0f;
     int32_t state = Normal;
-};
-
-/// A layer of image maps; it holds the base of every map while no other exists.
-class QLM_MapLayer : public QLM_LayerDefinition {
-  public:
-    int32_t BlendType = 0;
-    bool IsBase = false;
 };

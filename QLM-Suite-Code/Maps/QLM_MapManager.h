@@ -6,6 +6,7 @@
 #include "Engine/QLM_TreeGroup.h"
 #include "Maps/QLM_ImageMapBuffer.h"
 
+class QLM_MapLayer;
 class QLM_Material;
 class QLM_MaterialChannel;
 class QLM_MaterialMapBinding;
@@ -50,6 +51,8 @@ class QLM_MapManager : public QLM_Manager {
 
     QLM_TopTreeGroup* GetTree() { return tree.Get(); }
     QLM_TopTreeGroup* GetLayerTree() { return layerTree.Get(); }
+    /// The layer that takes paint; null while there are no layers.
+    QLM_MapLayer* GetCurrentMapLayer() const { return nullptr; }
 
   private:
     std::string MakeUniqueName(const std::string& name);

@@ -7,8 +7,8 @@
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_ObjectManager.h"
-#include "Maps/QLM_LayerDefinition.h"
-#include "Maps/QLM_LayerManager.h"
+#include "Maps/QLM_MapLayer.h"
+#include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Math/QLM_MathTables.h"
@@ -95,7 +95,7 @@ void QLM_TouchupBrush::GetColor(float* rgba) const {
 // Press.
 
 bool QLM_TouchupBrush::MayPaint(QLM_Viewport* viewport) const {
-    if (const QLM_MapLayer* layer = QLM_GetManagers().GetLayerManager()->GetCurrentMapLayer()) {
+    if (const QLM_MapLayer* layer = QLM_GetManagers().GetMapManager()->GetCurrentMapLayer()) {
         if (layer->IsHidden() || layer->IsLocked()) {
             QLM_OS::Get().PrintMessage("The image map layer '%s' is %s", layer->GetName(),
                                        layer->IsHidden() ? "hidden" : "locked");

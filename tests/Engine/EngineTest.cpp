@@ -5,7 +5,13 @@
 #include "Engine/QLM_Events.h"
 #include "Engine/QLM_Messages.h"
 #include "Engine/QLM_UndoManager.h"
-#include "Geometry/QLM_GeometryManagers.h"
+#include "Geometry/QLM_LayerManager.h"
+#include "Geometry/QLM_MorphManager.h"
+#include "Geometry/QLM_SelectionManager.h"
+#include "Geometry/QLM_SubDManager.h"
+#include "Geometry/QLM_SymmetryManager.h"
+#include "Geometry/QLM_UtilityManager.h"
+#include "Geometry/QLM_VertexWeightManager.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include "MeshTestSupport.h"
 
-#include "Geometry/QLM_GeometryManagers.h"
+#include "Geometry/QLM_UtilityManager.h"
 #include "Geometry/QLM_ObjectManager.h"
 
 namespace {
