@@ -9,6 +9,7 @@
 #include "Math/QLM_Random.h"
 #include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
+#include "Script/QLM_JSONLine.h"
 #include "Script/QLM_ScriptState.h"
 #include "Tools/QLM_ToolManager.h"
 #include "VirtualMemory/QLM_VirtualMemory.h"
@@ -17,68 +18,13 @@
 
 namespace {
 
-/// One flat JSON object on a line.
-class JSONLine {
-  public:
-    explicit JSONLine(FILE* fileIn) : file(fileIn) { std::fputc('{', file); }
-    ~JSONLine() { std::fputs("}\n", file); }
-    JSONLine(const JSONLine&) = delete;
-    JSONLine& operator=(const JSONLine&) = delete;
-
-    JSONLine& Text(const char* key, const std::string& value) {
-        Key(key);
-        std::fputc('"', file);
-        for (const char c : value) {
-            if (c == '"' || c == '\\') std::fprintf(file, "\\%c", c);
-            else if (static_cast<unsigned char>(c) < 32) std::fprintf(file, "\\u%04x", static_cast<unsigned>(c));
-            else std::fputc(c, file);
-        }
-        std::fputc('"', file);
-        return *this;
-    }
-    JSONLine& Integer(const char* key, long long value) {
-        Key(key);
-        std::fprintf(file, "%lld", value);
-        return *this;
-    }
-    JSONLine& Number(const char* key, double value) {
-        Key(key);
-        std::fprintf(file, "%.9g", value);
-        return *this;
-    }
-    JSONLine& Flag(const char* key, bool value) {
-        Key(key);
-        std::fputs(value ? "true" : "false", file);
-        return *this;
-    }
-    JSONLine& Numbers(const char* key, const float* values, int count) {
-        Key(key);
-        for (int i = 0; i < count; ++i) std::fprintf(file, "%s%.9g", i ? ", " : "[", values[i]);
-        std::fputc(']', file);
-        return *this;
-    }
-    JSONLine& Hash(const char* key, uint64_t value) {
-        Key(key);
-        std::fprintf(file, "\"%016llx\"", static_cast<unsigned long long>(value));
-        return *this;
-    }
-
-  private:
-    void Key(const char* key) {
-        std::fprintf(file, "%s\"%s\": ", first ? "" : ", ", key);
-        first = false;
-    }
-    FILE* file;
-    bool first = true;
-};
-
 void ReportObjects(FILE* out) {
     QLM_ObjectManager* manager = QLM_GetManagers().GetObjectManager();
     for (auto objects = manager->GetObjects(false); !objects.IsEmpty(); objects.Pop()) {
         QLM_Object* object = objects;
         QLM_Mesh* mesh = object->GetMesh();
         if (!mesh) continue;
-        JSONLine(out)
+        QLM_JSONLine(out)
             .Text("object", object->GetName())
             .Integer("vertices", mesh->GetVCount())
             .Integer("texture_vertices", mesh->GetVTCount())
@@ -111,7 +57,7 @@ void ReportMesh(FILE* out, QLM_Object* object) {
         seamVertices += mesh->HasVertexFlag(v, eVFlag_UVSeam);
     }
     const uint64_t bytes = static_cast<uint64_t>(mesh->GetVCount()) * 12;
-    JSONLine(out)
+    QLM_JSONLine(out)
         .Text("mesh", object->GetName())
         .Integer("vertices", mesh->GetVCount())
         .Integer("texture_vertices", mesh->GetVTCount())
@@ -136,7 +82,7 @@ void ReportMaps(FILE* out) {
         if (const uint8_t* pixels = map->GetPixels()) hash = QLM_Hash(pixels, map->GetByteCount(), hash);
         if (map->HasMaskSameSize())
             if (const uint8_t* mask = map->GetMaskPixels()) hash = QLM_Hash(mask, map->Mask.GetByteCount(), hash);
-        JSONLine(out)
+        QLM_JSONLine(out)
             .Text("map", map->GetName())
             .Integer("width", map->GetWidth())
             .Integer("height", map->GetHeight())
@@ -156,13 +102,13 @@ void ReportMaterials(FILE* out) {
             if (const size_t material = mesh->GetPolygon(p).material; material < polygons.size()) ++polygons[material];
         for (int m = 0; m < mesh->GetMaterialCount(); ++m) {
             QLM_Material* material = mesh->GetMaterials()[static_cast<size_t>(m)];
-            JSONLine(out)
+            QLM_JSONLine(out)
                 .Text("material", material->GetName())
                 .Text("object", object->GetName())
                 .Integer("polygons", polygons[static_cast<size_t>(m)]);
             for (QLM_MaterialChannel* channel : material->channels) {
                 const QLM_MaterialMapSource* map = QLM_GetChannelMap(mesh->GetMapList(), channel);
-                JSONLine(out)
+                QLM_JSONLine(out)
                     .Text("material", material->GetName())
                     .Text("channel", channel->GetName())
                     .Number("strength", channel->Strength)
@@ -179,13 +125,13 @@ void ReportTools(FILE* out) {
     for (const QLM_ToolList* list : manager->GetLists())
         for (QLM_Tool* tool : *list)
             if (tool)
-                JSONLine(out)
+                QLM_JSONLine(out)
                     .Text("tool", manager->GetToolName(tool))
                     .Text("list", list->GetName())
                     .Flag("current", tool == manager->GetCurrentTool());
     if (QLM_Tool* tool = manager->GetCurrentTool())
         for (const QLM_Parameter* parameter : tool->Parameters)
-            JSONLine(out)
+            QLM_JSONLine(out)
                 .Text("parameter", parameter->GetName())
                 .Text("value", parameter->GetValueText())
                 .Number("minimum", parameter->Minimum)
@@ -195,7 +141,7 @@ void ReportTools(FILE* out) {
 void ReportViewports(FILE* out) {
     for (int i = 0; i < 4; ++i) {
         const QLM_Viewport* v = QLM_GetManagers().GetViewportManager()->GetViewport(i);
-        JSONLine(out)
+        QLM_JSONLine(out)
             .Integer("viewport", i)
             .Integer("x", v->x)
             .Integer("y", v->y)
@@ -212,7 +158,7 @@ void ReportViewports(FILE* out) {
 
 void ReportCommands(FILE* out) {
     for (const auto& [name, command] : QLM_CommandTable::Get().GetCommands())
-        JSONLine(out)
+        QLM_JSONLine(out)
             .Text("name", name)
             .Integer("controls", command.controls)
             .Flag("acts", static_cast<bool>(command.run));
@@ -250,7 +196,7 @@ bool Report(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
     else if (what == "viewports") ReportViewports(state.reports);
     else if (what == "commands") ReportCommands(state.reports);
     else if (what == "memory")
-        JSONLine(state.reports)
+        QLM_JSONLine(state.reports)
             .Integer("resident_bytes", StatusBytes("VmRSS:"))
             .Integer("peak_bytes", StatusBytes("VmHWM:"))
             .Integer("parked_bytes", static_cast<long long>(QLM_VirtualMemory_StoredBytes()));
