@@ -24,7 +24,8 @@ unsigned BitOf(QLM_Engine::Button button) { return 1u << static_cast<int>(button
 
 } // namespace
 
-CanvasInput::CanvasInput(wxWindow& canvasIn) : canvas(canvasIn) {
+CanvasInput::CanvasInput(wxWindow& canvasIn, std::function<void()> drawSoonIn)
+    : canvas(canvasIn), drawSoon(std::move(drawSoonIn)) {
     using Button = QLM_Engine::Button;
     const auto bind = [this](Button button, const wxEventTypeTag<wxMouseEvent>& down,
                              const wxEventTypeTag<wxMouseEvent>& again, const wxEventTypeTag<wxMouseEvent>& up) {
@@ -76,7 +77,7 @@ void CanvasInput::OnMotion(wxMouseEvent& event) {
     if (!engine) return;
     lastPlace = PlaceOf(event);
     engine->PointerMove(static_cast<float>(lastPlace.x), static_cast<float>(lastPlace.y));
-    canvas.Refresh(false);
+    drawSoon();
 }
 
 void CanvasInput::OnCaptureLost() {

@@ -6,6 +6,8 @@
 
 #include <wx/event.h>
 
+#include <functional>
+
 class wxWindow;
 
 namespace QLM::GUI {
@@ -13,7 +15,8 @@ namespace QLM::GUI {
 /// Belongs to one window and lives as long. Main thread.
 class CanvasInput {
   public:
-    explicit CanvasInput(wxWindow& canvas);
+    /// `drawSoon` is called when the pointer changed what the canvas shows.
+    CanvasInput(wxWindow& canvas, std::function<void()> drawSoon);
     void HandleWheel(const wxMouseEvent& event);
     /// Gives the pointer the shape that tells what the current tool does.
     void UpdateCursor();
@@ -29,6 +32,7 @@ class CanvasInput {
     wxRealPoint PlaceOf(const wxMouseEvent& event) const;
 
     wxWindow& canvas;
+    std::function<void()> drawSoon;
     WheelAccumulator wheel;
     unsigned heldButtons = 0; ///< a bit a button
     wxRealPoint lastPlace;

@@ -17,6 +17,8 @@ namespace QLM::GUI {
 
 namespace {
 
+constexpr float ShortestFrame = 0.008f; ///< seconds between the end of a frame and one drawn out of turn
+
 wxGLAttributes Attributes() {
     wxGLAttributes attributes;
     attributes.PlatformDefaults().RGBA().DoubleBuffer().Depth(24).EndList();
@@ -25,7 +27,7 @@ wxGLAttributes Attributes() {
 
 } // namespace
 
-Canvas::Canvas(wxWindow& windowIn) : window(windowIn), input(windowIn) {
+Canvas::Canvas(wxWindow& windowIn) : window(windowIn), input(windowIn, [this] { DrawSoon(); }) {
     window.Bind(wxEVT_PAINT, [this](wxPaintEvent&) {
         wxPaintDC dc(&window); // validates the window, whatever follows
         Paint(dc);
@@ -48,6 +50,15 @@ void Canvas::UpdateCanvasSize() {
     if (width == viewports.GetCanvasWidth() && height == viewports.GetCanvasHeight()) return;
     viewports.SetCanvasSize(width, height);
     window.Refresh(false);
+}
+
+void Canvas::DrawSoon() {
+    if (sinceDrawn.IsStarted() && sinceDrawn.GetElapsedSeconds() < ShortestFrame) {
+        window.Refresh(false);
+        return;
+    }
+    DrawNow();
+    sinceDrawn.Start();
 }
 
 // --- OpenGL ---------------------------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #pragma once
 // The window that the viewports are drawn in.
 
+#include "Core/OS/QLM_Clock.h"
 #include "Interface/QLM_WX_BaseWindow.h"
 #include "Interface/QLM_WX_CanvasInput.h"
 
@@ -24,6 +25,9 @@ class Canvas : public BaseWindowCommon {
     void UpdateCanvasSize();
     /// Draws at once.
     virtual void DrawNow() = 0;
+    /// Draws at once too, but not more often than a display shows: then with the toolkit's next frame, which may come
+    /// a frame's time later.
+    void DrawSoon();
     /// Realizes the window, which needn't be shown, makes its context current and logs the driver.
     virtual void TestOpenGL() {}
     virtual bool IsContextCurrent() const { return false; }
@@ -35,6 +39,7 @@ class Canvas : public BaseWindowCommon {
 
   private:
     CanvasInput input;
+    QLM_Stopwatch sinceDrawn;
 };
 
 /// Draws by OpenGL. Only where IsSupported() says so.

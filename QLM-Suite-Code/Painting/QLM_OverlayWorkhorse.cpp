@@ -10,6 +10,7 @@ namespace {
 
 constexpr float WeakestStrength = 0.005f;
 constexpr float FarthestPoint = 100.0f;
+constexpr int BriefMilliseconds = 3; ///< a frame is not held up longer for stamps that are on their way
 
 int OverlayPixel(float v, int size) { return static_cast<int>((v + 1.0f) * 0.5f * static_cast<float>(size)); }
 
@@ -42,7 +43,6 @@ void TOverlay_Workhorse::StartStroke(const QLM_StrokeSettings& settingsIn, QLM_I
         bounds[0] = bounds[1] = 2.0f;
         bounds[2] = bounds[3] = -2.0f;
         stampCount = paintedPointCount = 0;
-        ++overlayVersion;
         stampPoints.clear();
         hasPoint = false;
         stampsLate = settings.autoPressure || settings.smoothing > 1e-6f;
@@ -95,14 +95,25 @@ int TOverlay_Workhorse::GetPaintedPointCount() {
     return paintedPointCount;
 }
 
-uint64_t TOverlay_Workhorse::GetOverlayVersion() {
-    ThreadLockerScope scope(this);
-    return overlayVersion;
+void TOverlay_Workhorse::DrainBriefly() {
+    pointDone.WaitFor(BriefMilliseconds, [this] { return !HasWaitingPoints() || !IsThreadRunning(); });
 }
 
-void TOverlay_Workhorse::CopyOverlay(QLM_ImageMap& target, bool exact) {
+void TOverlay_Workhorse::CopyOverlay(QLM_ImageMap& target) {
     ThreadLockerScope scope(this);
-    canvas.CopyTo(target, exact);
+    canvas.CopyTo(target);
+}
+
+QLM_PictureBox TOverlay_Workhorse::CopyChange(int pictureWidth, int pictureHeight, bool mirrorX, bool mirrorY,
+                                              QLM_ImageMap& part) {
+    ThreadLockerScope scope(this);
+    QLM_PictureBox box = canvas.TakeChange(pictureWidth, pictureHeight);
+    if (box.IsEmpty()) return box;
+    if (mirrorX) box.Include({pictureWidth - box.x1, box.y0, pictureWidth - box.x0, box.y1});
+    if (mirrorY) box.Include({box.x0, pictureHeight - box.y1, box.x1, pictureHeight - box.y0});
+    part.SetDimensions(static_cast<uint32_t>(box.GetWidth()), static_cast<uint32_t>(box.GetHeight()), 1);
+    canvas.CopyPart(box, pictureWidth, pictureHeight, part.GetPixels());
+    return box;
 }
 
 void TOverlay_Workhorse::ThreadFunc(QLM_Workhorse* self) {
@@ -184,7 +195,6 @@ void TOverlay_Workhorse::StampNow(const QLM_MousePoint& stamp) {
     bounds[2] = std::max(bounds[2], stamp.x);
     bounds[3] = std::max(bounds[3], stamp.y);
     ++stampCount;
-    ++overlayVersion;
 }
 
 void TOverlay_Workhorse::ApplyAutoPressure() {

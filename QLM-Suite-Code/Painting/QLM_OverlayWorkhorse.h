@@ -26,13 +26,17 @@ class TOverlay_Workhorse : public QLM_Workhorse {
     int GetStampCount();
     /// Input points that are strong enough to paint; without one a stroke leaves no trace.
     int GetPaintedPointCount();
-    /// Copies the overlay: exact into its own size, else shrunk by nearest to the target's present size.
-    void CopyOverlay(QLM_ImageMap& target, bool exact);
+    /// Waits a moment for points that were handed over and not taken yet.
+    void DrainBriefly();
+    /// Gives the target the overlay's size and bytes.
+    void CopyOverlay(QLM_ImageMap& target);
+    /// What stamps changed since the last call, as a part of a picture of the overlay shrunk by nearest; with mirrors
+    /// the box is grown to both sides. An empty box when nothing changed.
+    QLM_PictureBox CopyChange(int pictureWidth, int pictureHeight, bool mirrorX, bool mirrorY, QLM_ImageMap& part);
     /// True if a stamp may have reached a box of overlay pixels. Any thread, after FinishStroke.
     bool IsTouched(float x0, float y0, float x1, float y1) const { return canvas.IsTouched(x0, y0, x1, y1); }
     int GetOverlayWidth() const { return settings.overlayWidth; }
     int GetOverlayHeight() const { return settings.overlayHeight; }
-    uint64_t GetOverlayVersion(); ///< grows with every stamp
     bool HasWaitingPoints() const { return pointsDone < pointsGiven; } ///< handed over and not taken yet; any thread
 
     static void ThreadFunc(QLM_Workhorse* self);
@@ -55,7 +59,6 @@ class TOverlay_Workhorse : public QLM_Workhorse {
     bool inputEnded = false;
     float bounds[4] = {2, 2, -2, -2};
     int stampCount = 0, paintedPointCount = 0;
-    uint64_t overlayVersion = 0;
 
     // The thread's own.
     std::vector<QLM_MousePoint> stampPoints; ///< held back when stamping waits for the end of the input

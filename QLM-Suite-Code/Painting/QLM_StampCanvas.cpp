@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -98,6 +99,7 @@ void QLM_StampCanvas::Begin(const QLM_StrokeSettings& settingsIn, QLM_ImageMap& 
         while (end > first && row[end - 1] == 0) --end;
         tipSpans[static_cast<size_t>(y)] = {first, end};
     }
+    changed = {};
     seed = seedIn;
     randomBytes.clear();
     randomIndex = 0;
@@ -161,8 +163,9 @@ void QLM_StampCanvas::Stamp(float x, float y, float pressure) {
     const int bottom = static_cast<int>((y + 1.0f) * 0.5f * static_cast<float>(height)) - tipHeight / 2;
     const Box box{std::max(left, 0), std::max(bottom, 0), std::min(left + tipWidth, width),
                   std::min(bottom + tipHeight, height)};
-    if (box.x0 >= box.x1 || box.y0 >= box.y1) return;
+    if (box.IsEmpty()) return;
     MarkTiles(box, left, bottom);
+    changed.Include(box);
 
     for (int row = box.y0; row < box.y1; ++row) {
         const int tipRow = row - bottom;
@@ -191,26 +194,33 @@ bool QLM_StampCanvas::IsTouched(float x0, float y0, float x1, float y1) const {
     return false;
 }
 
-void QLM_StampCanvas::CopyTo(QLM_ImageMap& target, bool exact) const {
-    if (exact) {
-        // Most of a large overlay is empty: only the touched tiles take memory and time.
-        auto* block = static_cast<uint8_t*>(QLM_AllocateZeroed(static_cast<size_t>(width) * height));
-        ForEachTouchedTile([&](const Box& box) {
-            for (int y = box.y0; y < box.y1; ++y) {
-                const size_t offset = static_cast<size_t>(y) * width + box.x0;
-                std::copy_n(overlay.Get() + offset, box.x1 - box.x0, block + offset);
-            }
-        });
-        target.CreateWithPixelData(block, static_cast<uint32_t>(width), static_cast<uint32_t>(height), 1, true);
-        return;
-    }
-    const int64_t targetWidth = target.GetWidth(), targetHeight = target.GetHeight();
-    uint8_t* to = target.GetPixels();
-    if (width == 0 || height == 0 || !to) return;
-    std::vector<int64_t> columns(static_cast<size_t>(targetWidth));
-    for (int64_t x = 0; x < targetWidth; ++x) columns[static_cast<size_t>(x)] = (2 * x + 1) * width / (2 * targetWidth);
-    for (int64_t y = 0; y < targetHeight; ++y) {
-        const uint8_t* row = overlay.Get() + (2 * y + 1) * height / (2 * targetHeight) * width;
-        for (int64_t x = 0; x < targetWidth; ++x) *to++ = row[columns[static_cast<size_t>(x)]];
+void QLM_StampCanvas::CopyTo(QLM_ImageMap& target) const {
+    // Most of a large overlay is empty: only the touched tiles take memory and time.
+    auto* block = static_cast<uint8_t*>(QLM_AllocateZeroed(static_cast<size_t>(width) * height));
+    ForEachTouchedTile([&](const Box& box) {
+        for (int y = box.y0; y < box.y1; ++y) {
+            const size_t offset = static_cast<size_t>(y) * width + box.x0;
+            std::copy_n(overlay.Get() + offset, box.GetWidth(), block + offset);
+        }
+    });
+    target.CreateWithPixelData(block, static_cast<uint32_t>(width), static_cast<uint32_t>(height), 1, true);
+}
+
+QLM_PictureBox QLM_StampCanvas::TakeChange(int pictureWidth, int pictureHeight) {
+    const Box box = std::exchange(changed, {});
+    if (box.IsEmpty()) return {};
+    // A pixel shows the overlay at its middle, which lies at most one pixel off.
+    const auto scale = [](int64_t v, int64_t from, int64_t to) { return static_cast<int>(v * to / from); };
+    return {std::max(0, scale(box.x0, width, pictureWidth) - 1), std::max(0, scale(box.y0, height, pictureHeight) - 1),
+            std::min(pictureWidth, scale(box.x1, width, pictureWidth) + 1),
+            std::min(pictureHeight, scale(box.y1, height, pictureHeight) + 1)};
+}
+
+void QLM_StampCanvas::CopyPart(const QLM_PictureBox& box, int pictureWidth, int pictureHeight, uint8_t* out) const {
+    std::vector<int64_t> columns;
+    for (int64_t x = box.x0; x < box.x1; ++x) columns.push_back((2 * x + 1) * width / (2 * int64_t{pictureWidth}));
+    for (int64_t y = box.y0; y < box.y1; ++y) {
+        const uint8_t* row = overlay.Get() + (2 * y + 1) * height / (2 * int64_t{pictureHeight}) * width;
+        for (const int64_t column : columns) *out++ = row[column];
     }
 }

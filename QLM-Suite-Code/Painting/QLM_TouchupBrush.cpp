@@ -9,7 +9,6 @@
 #include "Geometry/QLM_ObjectManager.h"
 #include "Maps/QLM_MapLayer.h"
 #include "Maps/QLM_MapManager.h"
-#include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Math/QLM_MathTables.h"
 #include "Math/QLM_Random.h"
@@ -180,6 +179,7 @@ bool QLM_TouchupBrush::Press(QLM_Viewport* viewport, int button, float x, float 
     MousePoints.clear();
     StrokeBounds[0] = StrokeBounds[1] = 2.0f;
     StrokeBounds[2] = StrokeBounds[3] = -2.0f;
+    preview.viewport = -1;
     Painting = true;
     OnMotion(viewport, x, y); // a click alone stamps
     return true;
@@ -218,33 +218,35 @@ bool QLM_TouchupBrush::OnMotion(QLM_Viewport* viewport, float x, float y) {
     return moved;
 }
 
-bool QLM_TouchupBrush::BuildPreview(QLM_Viewport* viewport, std::vector<uint8_t>& rgba, int& width, int& height) {
+bool QLM_TouchupBrush::BuildPreview(QLM_Viewport* viewport, QLM_PictureBox& box, std::vector<uint8_t>& rgba) {
     if (!Painting) return false;
-    QLM_ImageMap& overlay = BrushOverlay();
-    Workhorse().CopyOverlay(overlay, false);
-    QLM_BrushShapeManager::MirrorOverlay(overlay, settings.mirrorX, settings.mirrorY);
-    width = static_cast<int>(overlay.GetWidth());
-    height = static_cast<int>(overlay.GetHeight());
-    rgba.assign(static_cast<size_t>(width) * height * 4, 0);
     QLM_RenderState& render = viewport->r4s;
-    const uint8_t *unlit = render.UnlitRenderedPixels.GetPixels(), *onModel = render.PolygonIDMask.GetPixels(),
-                  *stamped = overlay.GetPixels();
+    const uint8_t *unlit = render.UnlitRenderedPixels.GetPixels(), *onModel = render.PolygonIDMask.GetPixels();
+    if (!unlit || !onModel) return false;
+    const int width = static_cast<int>(BrushOverlay().GetWidth()), height = static_cast<int>(BrushOverlay().GetHeight());
+    QLM_ImageMap part;
+    box = Workhorse().CopyChange(width, height, settings.mirrorX, settings.mirrorY, part);
+    if (box.IsEmpty()) return false;
+    QLM_BrushShapeManager::MirrorOverlay(part, settings.mirrorX, settings.mirrorY);
+
     const int viewWidth = static_cast<int>(render.PolygonIDMask.GetWidth()),
               viewHeight = static_cast<int>(render.PolygonIDMask.GetHeight());
-    if (!unlit || !onModel) return false;
-
     const int strength = QLM_FloatToByte(settings.color[3]);
-    for (int y = 0; y < height; ++y) {
+    const uint8_t* stamped = part.GetPixels();
+    rgba.assign(part.GetByteCount() * 4, 0);
+    uint8_t* to = rgba.data();
+    for (int y = box.y0; y < box.y1; ++y) {
         const int viewY = std::min(viewHeight - 1, (2 * y + 1) * viewHeight / (2 * height));
-        for (int x = 0; x < width; ++x) {
+        for (int x = box.x0; x < box.x1; ++x, to += 4) {
+            const uint8_t alpha = T(strength * *stamped++);
+            if (alpha == 0) continue;
             const int viewX = std::min(viewWidth - 1, (2 * x + 1) * viewWidth / (2 * width));
-            const size_t from = static_cast<size_t>(viewY) * viewWidth + viewX, to = static_cast<size_t>(y) * width + x;
-            const uint8_t alpha = T(strength * stamped[to]);
-            if (onModel[from] == 0 || alpha == 0) continue;
+            const size_t from = static_cast<size_t>(viewY) * viewWidth + viewX;
+            if (onModel[from] == 0) continue;
             const uint8_t weight = QLM_MixCurveAt(255, alpha);
             for (size_t c = 0; c < 3; ++c)
-                rgba[to * 4 + c] = QLM_MixByte(unlit[from * 3 + c], QLM_FloatToByte(settings.color[c]), weight);
-            rgba[to * 4 + 3] = 255;
+                to[c] = QLM_MixByte(unlit[from * 3 + c], QLM_FloatToByte(settings.color[c]), weight);
+            to[3] = 255;
         }
     }
     return true;
@@ -290,7 +292,7 @@ void QLM_TouchupBrush::FinalizePainting(QLM_Viewport* viewport) {
     TOverlay_Workhorse& workhorse = Workhorse();
     workhorse.FinishStroke();
     if (workhorse.GetPaintedPointCount() == 0) return;
-    workhorse.CopyOverlay(BrushOverlay(), true);
+    workhorse.CopyOverlay(BrushOverlay());
     workhorse.GetStrokeBounds(StrokeBounds);
     GrowStrokeBounds();
     QLM_BrushShapeManager::MirrorOverlay(BrushOverlay(), settings.mirrorX, settings.mirrorY);

@@ -36,8 +36,9 @@ class QLM_TouchupBrush : public QLM_PaintBrush_Base {
     /// Ends the stroke's input, waits for its overlay and paints it into every map under it.
     virtual void FinalizePainting(QLM_Viewport* viewport);
     virtual int ApplyPaint(QLM_Object* object, QLM_Viewport* viewport); ///< number of polygons that left something
-    /// The preview of this moment as RGBA at the overlay's size (CPU); false when no stroke is being drawn.
-    bool BuildPreview(QLM_Viewport* viewport, std::vector<uint8_t>& rgba, int& width, int& height);
+    /// What changed of the stroke's preview since the last call: a box of pixels of the overlay's size and their RGBA
+    /// (CPU). False when nothing did or no stroke is being drawn.
+    bool BuildPreview(QLM_Viewport* viewport, QLM_PictureBox& box, std::vector<uint8_t>& rgba);
 
     float BrushSizeX = 0, BrushSizeY = 0;
     float StrokeBounds[4] = {2, 2, -2, -2};
@@ -67,7 +68,7 @@ class QLM_TouchupBrush : public QLM_PaintBrush_Base {
         uint32_t texture = 0;
         int width = 0, height = 0; ///< of the texture
         int viewport = -1;         ///< that shows it; -1 for none
-        uint64_t version = 0;      ///< of the overlay that it was made from
+        QLM_PictureBox box;        ///< of the texture, that the stroke reached so far
         float worldToClip[16] = {};
     } preview;
 };

@@ -6,6 +6,7 @@
 #include "Rendering/QLM_SceneAccess.h"
 #include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
+#include "Tools/QLM_BrushShapeManager.h"
 
 #include <GL/gl.h>
 
@@ -21,14 +22,14 @@ void QLM_TouchupBrush::OnDraw(QLM_Viewport* viewport) {
 
 void QLM_TouchupBrush::RefreshPreview(QLM_Viewport* viewport) {
     auto& workhorse = *dynamic_cast<TOverlay_Workhorse*>(QLM_GetEngine()->overlayWorkhorse);
+    if (!viewport->r4s.pictureValid) return;
+    workhorse.DrainBriefly();
     // Stamps that come later ask for a frame of their own.
     if (workhorse.HasWaitingPoints()) QLM_RequestRedraw();
-    const uint64_t version = workhorse.GetOverlayVersion();
-    if (preview.viewport == viewport->index && preview.version == version) return;
+    if (preview.viewport != viewport->index) preview.box = {};
+    QLM_PictureBox box;
     std::vector<uint8_t> rgba;
-    int width = 0, height = 0;
-    preview.viewport = -1;
-    if (!viewport->r4s.pictureValid || !BuildPreview(viewport, rgba, width, height)) return;
+    if (!BuildPreview(viewport, box, rgba)) return;
 
     const bool isNew = preview.texture == 0;
     if (isNew) glGenTextures(1, &preview.texture);
@@ -40,14 +41,20 @@ void QLM_TouchupBrush::RefreshPreview(QLM_Viewport* viewport) {
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     }
-    if (isNew || width != preview.width || height != preview.height)
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
-    else glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
-    preview.width = width;
-    preview.height = height;
-    preview.viewport = viewport->index;
-    preview.version = version;
-    std::copy_n(viewport->r4s.camera.worldToClip, 16, preview.worldToClip);
+    if (preview.box.IsEmpty()) {
+        // The texture still holds the stroke before.
+        const auto& overlay = QLM_GetManagers().GetBrushShapeManager()->BrushOverlay;
+        preview.width = static_cast<int>(overlay.GetWidth());
+        preview.height = static_cast<int>(overlay.GetHeight());
+        const std::vector<uint8_t> clear(static_cast<size_t>(preview.width) * preview.height * 4);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, preview.width, preview.height, 0, GL_RGBA, GL_UNSIGNED_BYTE,
+                     clear.data());
+        preview.viewport = viewport->index;
+        std::copy_n(viewport->r4s.camera.worldToClip, 16, preview.worldToClip);
+    }
+    glTexSubImage2D(GL_TEXTURE_2D, 0, box.x0, box.y0, box.GetWidth(), box.GetHeight(), GL_RGBA, GL_UNSIGNED_BYTE,
+                    rgba.data());
+    preview.box.Include(box);
 }
 
 void QLM_TouchupBrush::DrawPreview(QLM_Viewport* viewport) {
@@ -60,6 +67,11 @@ void QLM_TouchupBrush::DrawPreview(QLM_Viewport* viewport) {
         preview.viewport = -1;
         return;
     }
+    // Only where the stroke was: a quad of the view's size costs a software renderer a frame's time.
+    const float left = static_cast<float>(preview.box.x0) / static_cast<float>(preview.width),
+                right = static_cast<float>(preview.box.x1) / static_cast<float>(preview.width),
+                bottom = static_cast<float>(preview.box.y0) / static_cast<float>(preview.height),
+                top = static_cast<float>(preview.box.y1) / static_cast<float>(preview.height);
     const float width = static_cast<float>(viewport->width), height = static_cast<float>(viewport->height);
     glEnable(GL_TEXTURE_2D);
     glBindTexture(GL_TEXTURE_2D, preview.texture);
@@ -67,14 +79,10 @@ void QLM_TouchupBrush::DrawPreview(QLM_Viewport* viewport) {
     glEnable(GL_BLEND);
     glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
     glBegin(GL_QUADS);
-    glTexCoord2f(0, 0);
-    glVertex2f(0, 0);
-    glTexCoord2f(1, 0);
-    glVertex2f(width, 0);
-    glTexCoord2f(1, 1);
-    glVertex2f(width, height);
-    glTexCoord2f(0, 1);
-    glVertex2f(0, height);
+    for (const auto& [u, v] : {std::pair(left, bottom), std::pair(right, bottom), std::pair(right, top), std::pair(left, top)}) {
+        glTexCoord2f(u, v);
+        glVertex2f(u * width, v * height);
+    }
     glEnd();
     glDisable(GL_BLEND);
     glDisable(GL_TEXTURE_2D);

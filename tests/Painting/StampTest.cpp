@@ -44,7 +44,7 @@ void RunStroke(TOverlay_Workhorse& workhorse, const QLM_StrokeSettings& settings
     workhorse.StartStroke(settings, tip, seed);
     for (const QLM_MousePoint& point : points) workhorse.AddPoint(point);
     workhorse.FinishStroke();
-    workhorse.CopyOverlay(overlay, true);
+    workhorse.CopyOverlay(overlay);
 }
 
 uint64_t HashOf(QLM_ImageMap& map) { return QLM_Hash(map.GetPixels(), map.GetByteCount()); }
@@ -140,7 +140,7 @@ TEST(StampDensity, ThinsBySeedAndNeverRepeatsInAStroke) {
     canvas.Begin(settings, tip, 7);
     canvas.Stamp(0, 0, 1.0f);
     canvas.Stamp(0, 0, 1.0f);
-    canvas.CopyTo(twice, true);
+    canvas.CopyTo(twice);
     const double missed = 1.0 - 127.0 / 256.0;
     EXPECT_NEAR(static_cast<double>(PaintedPixels(twice).size()) / 40000.0, 1.0 - missed * missed, 0.02);
 }
@@ -153,7 +153,7 @@ TEST(StampCanvas, StampsAddUpAndSaturate) {
     const int expected[] = {100, 200, 255, 255};
     for (int value : expected) {
         canvas.Stamp(0, 0, 1.0f);
-        canvas.CopyTo(overlay, true);
+        canvas.CopyTo(overlay);
         EXPECT_EQ(overlay.GetPixels()[32 * 64 + 32], value);
     }
     EXPECT_EQ(PaintedPixels(overlay).size(), 1u);
@@ -166,7 +166,7 @@ TEST(StampCanvas, CutsAtTheEdgeAndForgetsTheLastStroke) {
     canvas.Begin(MakeSettings(300, 200), tip, 1);
     canvas.Stamp(-1.0f, 1.0f, 1.0f); // columns -5..4, rows 197..202
     canvas.Stamp(5.0f, 5.0f, 1.0f);  // off the overlay
-    canvas.CopyTo(overlay, true);
+    canvas.CopyTo(overlay);
     const auto places = PaintedPixels(overlay);
     ASSERT_EQ(places.size(), 15u);
     EXPECT_EQ(places.front(), std::make_pair(0, 197));
@@ -177,11 +177,11 @@ TEST(StampCanvas, CutsAtTheEdgeAndForgetsTheLastStroke) {
 
     // Another row length over the same memory.
     canvas.Begin(MakeSettings(210, 290), tip, 1);
-    canvas.CopyTo(overlay, true);
+    canvas.CopyTo(overlay);
     EXPECT_EQ(overlay.GetWidth(), 210u);
     EXPECT_TRUE(PaintedPixels(overlay).empty());
     canvas.Stamp(0, 0, 1.0f);
-    canvas.CopyTo(overlay, true);
+    canvas.CopyTo(overlay);
     EXPECT_EQ(PaintedPixels(overlay).size(), 60u);
 }
 
@@ -192,7 +192,11 @@ TEST(StampCanvas, ShrinksByNearestForThePreview) {
     canvas.Begin(MakeSettings(400, 400), tip, 1);
     canvas.Stamp(0, 0, 1.0f); // 150..249
     preview.SetDimensions(40, 40, 1);
-    canvas.CopyTo(preview, false);
+    const QLM_PictureBox all{0, 0, 40, 40}, changed = canvas.TakeChange(40, 40);
+    canvas.CopyPart(all, 40, 40, preview.GetPixels());
+    EXPECT_LE(changed.x0, 15);
+    EXPECT_GE(changed.x1, 25);
+    EXPECT_LT(changed.GetWidth() * changed.GetHeight(), 170);
     const auto places = PaintedPixels(preview);
     ASSERT_EQ(places.size(), 100u);
     EXPECT_EQ(places.front(), std::make_pair(15, 15));
@@ -272,7 +276,7 @@ TEST(OverlayWorkhorse, AutoPressureRisesToItsMidpointAndFalls) {
     workhorse.Drain();
     EXPECT_EQ(workhorse.GetStampCount(), 0); // such a stroke stamps at its end
     workhorse.FinishStroke();
-    workhorse.CopyOverlay(overlay, true);
+    workhorse.CopyOverlay(overlay);
     const int columns[] = {250, 300, 351, 402, 453, 504, 555, 606, 657, 708};
     const int expected[] = {0, 51, 102, 153, 204, 255, 204, 153, 102, 51};
     for (int i = 0; i < 10; ++i) EXPECT_EQ(overlay.GetPixels()[250 * 1000 + columns[i]], expected[i]) << i;
@@ -302,23 +306,30 @@ TEST(OverlayWorkhorse, SmoothingRoundsCornersAndKeepsTheEnds) {
 }
 
 TEST(OverlayWorkhorse, PointsArriveWhileItStampsAndAStrokeMayBeDropped) {
-    QLM_ImageMap tip, slow, fast, preview;
+    QLM_ImageMap tip, slow, fast, part;
     MakeTip(tip, 21, 21, 40);
     const QLM_StrokeSettings settings = MakeSettings(256, 256);
     std::vector<QLM_MousePoint> points;
     for (int i = 0; i < 50; ++i)
         points.push_back(Point(-0.9f + 0.036f * static_cast<float>(i), 0.5f - 0.02f * static_cast<float>(i)));
     TOverlay_Workhorse workhorse;
-    preview.SetDimensions(64, 64, 1);
+    std::vector<uint8_t> preview(64 * 48);
     workhorse.StartStroke(settings, tip, 1);
     for (const QLM_MousePoint& point : points) {
         workhorse.AddPoint(point);
         workhorse.Drain();
         EXPECT_GE(workhorse.GetStampCount(), 1);
-        workhorse.CopyOverlay(preview, false);
+        const QLM_PictureBox box = workhorse.CopyChange(64, 48, true, false, part);
+        for (int y = box.y0; y < box.y1; ++y)
+            std::copy_n(part.GetPixels() + (y - box.y0) * box.GetWidth(), box.GetWidth(), preview.data() + y * 64 + box.x0);
+        EXPECT_TRUE(workhorse.CopyChange(64, 48, true, false, part).IsEmpty());
     }
     workhorse.FinishStroke();
-    workhorse.CopyOverlay(slow, true);
+    workhorse.CopyOverlay(slow);
+    // The parts that changed add up to the whole, shrunk by nearest.
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 64; ++x)
+            ASSERT_EQ(preview[y * 64 + x], slow.GetPixels()[(2 * y + 1) * 256 / 96 * 256 + (2 * x + 1) * 256 / 128]) << x << " " << y;
     EXPECT_FALSE(workhorse.IsWorking());
 
     workhorse.StartStroke(settings, tip, 1);

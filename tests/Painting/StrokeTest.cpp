@@ -242,15 +242,17 @@ TEST_F(Stroke, ThePreviewShowsTheResultOnTheModel) {
     scene.SetView(1.0f); // the quad fills the middle half of the view
     brush->Properties().Strength = 0.5f;
     std::vector<uint8_t> rgba;
-    int width = 0, height = 0;
-    EXPECT_FALSE(brush->BuildPreview(scene.GetViewport(), rgba, width, height));
+    QLM_PictureBox box;
+    EXPECT_FALSE(brush->BuildPreview(scene.GetViewport(), box, rgba));
     QLM_GetEngine()->PointerPress(QLM_Engine::Button::Left, 128, 256, {});
     scene.Settle();
-    ASSERT_TRUE(brush->BuildPreview(scene.GetViewport(), rgba, width, height));
-    ASSERT_EQ(width, 512);
-    ASSERT_EQ(height, 512);
+    ASSERT_TRUE(brush->BuildPreview(scene.GetViewport(), box, rgba));
+    ASSERT_EQ(rgba.size(), 4u * static_cast<size_t>(box.GetWidth()) * static_cast<size_t>(box.GetHeight()));
+    EXPECT_LT(box.x1, 512);
     const auto at = [&](int x, int y) {
-        return std::vector<int>(rgba.begin() + (y * 512 + x) * 4, rgba.begin() + (y * 512 + x) * 4 + 4);
+        if (x < box.x0 || y < box.y0 || x >= box.x1 || y >= box.y1) return std::vector<int>(4);
+        const auto pixel = rgba.begin() + ((y - box.y0) * box.GetWidth() + x - box.x0) * 4;
+        return std::vector<int>(pixel, pixel + 4);
     };
     EXPECT_EQ(at(200, 256), (std::vector<int>{227, 51, 26, 255})); // on the model, under the brush
     EXPECT_EQ(at(100, 256), (std::vector<int>{0, 0, 0, 0}));       // off the model

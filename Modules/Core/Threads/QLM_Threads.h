@@ -1,6 +1,7 @@
 #pragma once
 // Threads: start, wait, yield, sleep.
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -37,6 +38,12 @@ class QLM_Signal {
             if (!Block(guard)) return false;
         }
         return true;
+    }
+
+    /// Blocks until `done()` holds, but no longer than that; the last answer of `done()`.
+    template <class F> bool WaitFor(int milliseconds, F done) {
+        std::unique_lock<std::mutex> guard(mutex);
+        return changed.wait_for(guard, std::chrono::milliseconds(milliseconds), done);
     }
 
   private:
