@@ -134,6 +134,7 @@ void App::SignalReadyToExecute() {
     mainWindow->ShowFirstHint();
     QLM_PostEvent(QLM_Event_RefreshViewportControls);
     mainWindow->Show();
+    mainWindow->GetCanvas()->OpenTablet();
     mainWindow->ApplyTheme();
     mainWindow->LayoutPanels();
     QLM_PostEvent(QLM_Event_RefreshAllPanels);

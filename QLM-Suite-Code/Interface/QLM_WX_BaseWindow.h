@@ -31,9 +31,10 @@ inline QLM_CustomPropertyContainer* PropertiesOf(wxWindow* window) {
 /// Where the keyboard rests: keys reach the hotkey filter and no control is left holding them.
 class HiddenFocusWidget : public wxTextCtrl, public BaseWindowCommon {
   public:
-    /// One pixel, as the toolkit gives no focus to a widget without size or to a hidden one.
+    /// One pixel, as the toolkit gives no focus to a widget without size or to a hidden one. Read only: a caret that
+    /// blinks redraws the window, canvas and all.
     explicit HiddenFocusWidget(wxWindow* parent)
-        : wxTextCtrl(parent, wxID_ANY, wxString(), wxPoint(0, 0), wxSize(1, 1), wxBORDER_NONE) {
+        : wxTextCtrl(parent, wxID_ANY, wxString(), wxPoint(0, 0), wxSize(1, 1), wxBORDER_NONE | wxTE_READONLY) {
         properties.SetBool("HIDDEN_FOCUS_WIDGET", true);
         // What is typed here must not pile up.
         Bind(wxEVT_CHAR, [](wxKeyEvent&) {});

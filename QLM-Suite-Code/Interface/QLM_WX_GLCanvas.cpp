@@ -27,7 +27,7 @@ wxGLAttributes Attributes() {
 
 } // namespace
 
-Canvas::Canvas(wxWindow& windowIn) : window(windowIn), input(windowIn, [this] { DrawSoon(); }) {
+Canvas::Canvas(wxWindow& windowIn) : window(windowIn), input(windowIn, [this] { DrawSoon(); }), tablet(windowIn) {
     window.Bind(wxEVT_PAINT, [this](wxPaintEvent&) {
         wxPaintDC dc(&window); // validates the window, whatever follows
         Paint(dc);
@@ -50,6 +50,10 @@ void Canvas::UpdateCanvasSize() {
     if (width == viewports.GetCanvasWidth() && height == viewports.GetCanvasHeight()) return;
     viewports.SetCanvasSize(width, height);
     window.Refresh(false);
+}
+
+void Canvas::OpenTablet() {
+    if (!tablet.Open()) QLM_Log("The canvas has no window to hear pens from");
 }
 
 void Canvas::DrawSoon() {

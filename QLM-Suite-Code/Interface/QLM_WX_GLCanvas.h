@@ -4,6 +4,7 @@
 #include "Core/OS/QLM_Clock.h"
 #include "Interface/QLM_WX_BaseWindow.h"
 #include "Interface/QLM_WX_CanvasInput.h"
+#include "Interface/QLM_WX_Tablet.h"
 
 #include <wx/glcanvas.h>
 
@@ -31,6 +32,8 @@ class Canvas : public BaseWindowCommon {
     /// Realizes the window, which needn't be shown, makes its context current and logs the driver.
     virtual void TestOpenGL() {}
     virtual bool IsContextCurrent() const { return false; }
+    /// Listens to pens from now on; the window must be realized.
+    void OpenTablet();
 
   protected:
     virtual void Paint(wxDC& dc) = 0;
@@ -39,6 +42,7 @@ class Canvas : public BaseWindowCommon {
 
   private:
     CanvasInput input;
+    WindowTablet tablet;
     QLM_Stopwatch sinceDrawn;
 };
 

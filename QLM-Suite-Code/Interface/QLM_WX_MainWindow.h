@@ -62,6 +62,7 @@ class MainWindow : public wxFrame, public BaseWindowCommon {
     void OnExportMap();
     void OnExportObject();
     void OnToolMenu(int id);
+    void OnChooseColor();
 
     App& app;
     Canvas* canvas = nullptr;

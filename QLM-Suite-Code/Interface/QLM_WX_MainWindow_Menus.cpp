@@ -15,8 +15,11 @@
 #include "Tools/QLM_ToolManager.h"
 
 #include <wx/choicdlg.h>
+#include <wx/colordlg.h>
 #include <wx/menu.h>
 #include <wx/utils.h>
+
+#include <cmath>
 
 namespace QLM::GUI {
 
@@ -54,6 +57,10 @@ void MainWindow::BuildMenus() {
             wxEVT_MENU, [this](wxCommandEvent& event) { OnToolMenu(event.GetId()); }, id);
     }
 
+    toolMenu->AppendSeparator();
+    Bind(
+        wxEVT_MENU, [this](wxCommandEvent&) { OnChooseColor(); }, toolMenu->Append(wxID_ANY, "Color...")->GetId());
+
     auto* bar = new wxMenuBar;
     bar->Append(file, "File");
     bar->Append(toolMenu, "Tools");
@@ -65,6 +72,15 @@ void MainWindow::OnToolMenu(int id) {
     if (found == toolOfMenuItem.end()) return;
     QLM_GetManagers().GetToolManager()->SelectToolByName(found->second);
     RefreshControls();
+}
+
+void MainWindow::OnChooseColor() {
+    float* const color = QLM_GetEngine()->foregroundColor;
+    const auto byte = [color](int i) { return static_cast<unsigned char>(std::lround(color[i] * 255.0f)); };
+    const wxColour chosen = wxGetColourFromUser(this, wxColour(byte(0), byte(1), byte(2)), "Color of the brush");
+    if (!chosen.IsOk()) return;
+    const unsigned char bytes[3] = {chosen.Red(), chosen.Green(), chosen.Blue()};
+    for (int i = 0; i < 3; ++i) color[i] = static_cast<float>(bytes[i]) / 255.0f;
 }
 
 void MainWindow::OnImport() {

@@ -122,6 +122,7 @@ void QLM_SetupOSfunctions(App& app) {
         callbacks.askText = AskLine;
         callbacks.openAddress = [](const std::string& url) { wxLaunchDefaultBrowser(ToToolkit(url)); };
     }
+    QLM_OS::Get().isRecording = app.IsScripted();
     QLM_OS::Get().SetCallbacks(std::move(callbacks));
 }
 

@@ -26,4 +26,5 @@ class QLM_ZoomView : public QLM_Navigator {
   public:
     bool OnMouse(QLM_Viewport* viewport, int button, int action, float x, float y) override;
     bool OnMotion(QLM_Viewport* viewport, float x, float y) override;
+    void OnDraw(QLM_Viewport* viewport) override; ///< the rectangle that the drag spans
 };

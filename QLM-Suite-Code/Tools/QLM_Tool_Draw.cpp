@@ -1,9 +1,11 @@
-// What brushes draw over a picture.
+// What tools draw over a picture.
 
+#include "Engine/QLM_Engine.h"
 #include "Images/QLM_GL_Textures.h"
 #include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
 #include "Tools/QLM_BrushShapeManager.h"
+#include "Tools/QLM_Navigators.h"
 #include "Tools/QLM_Tool.h"
 
 #include <GL/gl.h>
@@ -74,4 +76,24 @@ void QLM_Brush::DrawCrosshair(float pixelX, float pixelY) {
     }
     glLineWidth(1.0f);
     glDisable(GL_BLEND);
+}
+
+void QLM_ZoomView::OnDraw(QLM_Viewport* viewport) {
+    if (!QLM_GL_IsAvailable() || !active || QLM_GetEngine()->continuousZoom ||
+        viewport->index != QLM_GetManagers().GetViewportManager()->mouseViewport)
+        return;
+    const auto toPixels = [](float v, int size) { return std::floor((v + 1.0f) * 0.5f * static_cast<float>(size)) + 0.5f; };
+    const float x0 = toPixels(StartX, viewport->width), x1 = toPixels(CurrentX, viewport->width),
+                y0 = toPixels(StartY, viewport->height), y1 = toPixels(CurrentY, viewport->height);
+    for (const auto& [lineWidth, grey] : {std::pair(3.0f, 0.0f), std::pair(1.0f, 1.0f)}) {
+        glLineWidth(lineWidth);
+        glColor3f(grey, grey, grey);
+        glBegin(GL_LINE_LOOP);
+        glVertex2f(x0, y0);
+        glVertex2f(x1, y0);
+        glVertex2f(x1, y1);
+        glVertex2f(x0, y1);
+        glEnd();
+    }
+    glLineWidth(1.0f);
 }

@@ -14,15 +14,20 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 from support import ROOT, read_png
 
 QUILLMERE = os.path.abspath(sys.argv[1])
+# The helping programs, by their names, and the tests that are wanted; all of them without one.
+HELPERS = {os.path.basename(path): os.path.abspath(path) for path in sys.argv[2:] if os.path.isfile(path)}
+WANTED = [name for name in sys.argv[2:] if not os.path.isfile(name)]
 DATA = os.path.join(os.path.dirname(QUILLMERE), "Data")
 SAMPLE = os.path.join(DATA, "Objects", "Pip.obj")
+SPOT = os.path.join(ROOT, "..", "shared", "data", "spot", "spot.obj")
 # The menus' places in the bar and their entries, counted from 1.
 FILE_MENU, TOOLS_MENU = 16, 62
-EXPORT_MAP, CHOOSER = 2, "^Export map"
+IMPORT, EXPORT_MAP, EXPORT_OBJECT = 1, 2, 3
 MOVE_VIEW, ZOOM_VIEW, ROTATE_VIEW = 2, 3, 4
 TITLE = "^Quillmere"
 COMPLAINTS = ("Gtk-CRITICAL", "Gtk-WARNING", "GLib", "Gdk-CRITICAL", "assert", "Sanitizer")
 REST_SECONDS, REST_SHARE = 10, 0.02
+STROKE_SECONDS = float(os.environ.get("QLM_STROKE_SECONDS", 20)) # of random strokes
 
 
 def check(condition, text):
@@ -33,15 +38,15 @@ def check(condition, text):
 class Program:
     """One start of the program with a home of its own."""
 
-    def __init__(self, display, *arguments, home=None):
+    def __init__(self, display, *arguments, home=None, program=QUILLMERE, environment=()):
         self.display = display
         self.home = home or tempfile.mkdtemp(prefix="quillmere-window-")
         self.environment = {**display.environment, "HOME": self.home, "XDG_CONFIG_HOME": self.home + "/.config",
-                            "XDG_RUNTIME_DIR": self.home, "LIBGL_ALWAYS_SOFTWARE": "1", "NO_AT_BRIDGE": "1"}
+                            "XDG_RUNTIME_DIR": self.home, "LIBGL_ALWAYS_SOFTWARE": "1", "NO_AT_BRIDGE": "1", **dict(environment)}
         self.environment.pop("XDG_DOCUMENTS_DIR", None)
         self.errors = tempfile.NamedTemporaryFile(prefix="stderr-", dir=self.home, delete=False)
         self.started = time.monotonic()
-        self.process = subprocess.Popen([QUILLMERE, *arguments], env=self.environment, stdin=subprocess.DEVNULL,
+        self.process = subprocess.Popen([program, *arguments], env=self.environment, stdin=subprocess.DEVNULL,
                                         stdout=subprocess.PIPE, stderr=self.errors, cwd=self.home)
         self.window = None
 
@@ -160,7 +165,9 @@ def a_session(display):
         paints(program, before, x, y)
         turns_and_zooms(program, x, y)
         resizes(program)
+        loses_the_pointer(program)
         uses_view_tools(program)
+        dumps(program)
         rests(program)
         exports(program)
         check(close(program) == 0, f"status {program.process.returncode}: {program.stderr()}")
@@ -174,23 +181,24 @@ def a_session(display):
 
 def paints(program, before, x, y):
     program.display.drag([(x - 60, y), (x - 20, y), (x + 20, y), (x + 60, y)])
-    after = program.park()
-    for i in (x - 40, x, x + 40):
-        check(brush_colored(before, i, y) < 0.5 < brush_colored(after, i, y),
-              f"paint at {i}, {y}: {before.at(i, y)} became {after.at(i, y)}")
-    check(before.at(x, y + 100) == after.at(x, y + 100), "only the stroke's place changes")
+    places = (x - 40, x, x + 40)
+    check(all(brush_colored(before, i, y) < 0.5 for i in places), "nothing is white before the stroke")
+    wait_until("paint along the stroke", lambda: all(brush_colored(program.park(), i, y) > 0.5 for i in places))
+    check(before.at(x, y + 100) == program.park().at(x, y + 100), "only the stroke's place changes")
 
 
 def turns_and_zooms(program, x, y):
-    near = extent(model_pixels(program, program.park()))
+    def height():
+        _, top, _, bottom = extent(model_pixels(program, program.park()))
+        return bottom - top
+    near = height()
     program.display.do("mousemove", "--sync", x, y)
     program.display.do("click", "--repeat", 3, "--delay", 20, 5)
-    far = extent(model_pixels(program, program.park()))
-    check(far[3] - far[1] < (near[3] - near[1]) * 0.95, f"the wheel towards the user makes it smaller: {near} {far}")
+    wait_until("the wheel towards the user makes it smaller", lambda: height() < near * 0.95)
+    far = height()
     program.display.do("mousemove", "--sync", x, y)
     program.display.do("click", "--repeat", 3, "--delay", 20, 4)
-    again = extent(model_pixels(program, program.park()))
-    check(again[3] - again[1] > (far[3] - far[1]) * 1.05, f"and away from the user larger: {far} {again}")
+    wait_until("and away from the user larger", lambda: height() > far * 1.05)
 
 
 def resizes(program):
@@ -250,18 +258,57 @@ def white_share(path):
     return sum(pixel == (255, 255, 255) for row in rows for pixel in row) / (width * height)
 
 
+def choose(program, downs, title, path):
+    """An entry of the File menu whose dialog is answered by a path."""
+    display = program.display
+    menu(program, FILE_MENU, downs)
+    chooser = program.find(title)
+    display.do("windowfocus", "--sync", chooser)
+    display.do("key", "ctrl+a")
+    display.do("type", "--delay", 5, path)
+    display.do("key", "Return")
+    wait_until("the end of the dialog", lambda: not display.windows(title))
+
+
 def exports(program):
-    """What was painted leaves through the menu: the file holds pure white where the sample had none."""
+    """What was painted leaves through the menu: the file holds pure white where the sample had none. So does the
+    object."""
     target = os.path.join(program.home, "exported.png")
-    menu(program, FILE_MENU, EXPORT_MAP)
-    chooser = program.find(CHOOSER)
-    program.display.do("windowfocus", "--sync", chooser)
-    program.display.do("key", "ctrl+a")
-    program.display.do("type", "--delay", 5, target)
-    program.display.do("key", "Return")
+    choose(program, EXPORT_MAP, "^Export map", target)
     wait_until("the exported map", lambda: os.path.exists(target))
     before, after = white_share(os.path.splitext(SAMPLE)[0] + ".png"), white_share(target)
     check(after > before + 0.001, f"white in the exported map: {after}, before: {before}")
+
+    target = os.path.join(program.home, "exported.obj")
+    choose(program, EXPORT_OBJECT, "^Export object", target)
+    wait_until("the exported object", lambda: os.path.exists(target) and os.path.exists(target[:-3] + "mtl"))
+    count = [sum(line.startswith("f ") for line in open(path)) for path in (SAMPLE, target)]
+    check(count[0] == count[1] > 0, f"faces of the sample and of the exported object: {count}")
+
+
+def loses_the_pointer(program):
+    """Something takes the window away in the middle of a stroke: the stroke ends there and the next one is its own."""
+    display = program.display
+    x, y = program.middle()
+    display.do("mousemove", "--sync", x - 50, y)
+    display.do("mousedown", 1)
+    display.do("mousemove", "--sync", x - 40, y)
+    display.do("windowunmap", "--sync", program.window)
+    display.do("mouseup", 1)
+    display.do("windowmap", "--sync", program.window)
+    program.settle()
+    display.do("mousemove", "--sync", x, y + 60)
+    between = program.park()
+    display.drag([(x + 40, y + 30), (x + 60, y + 30)])
+    wait_until("paint of a stroke after the lost one", lambda: program.park().data != between.data)
+
+
+def dumps(program):
+    """F9 writes the logger's state for whoever asks for it."""
+    path = os.path.join(program.home, "SendMeToQuillmere.txt")
+    program.display.do("windowfocus", "--sync", program.window)
+    program.display.do("key", "F9")
+    wait_until("the state dump", lambda: os.path.exists(path) and os.path.getsize(path) > 0)
 
 
 def script_as_headless(display):
@@ -283,6 +330,98 @@ def script_as_headless(display):
         lines = [[json.loads(line) for line in text.splitlines() if line.startswith("{")] for text in (headless.stdout, out.decode())]
         check(len(lines[0]) == 2 and lines[0] == lines[1], f"headless {lines[0]}, in the window {lines[1]}")
     print("a script in the window: good")
+
+
+def files_come_in(display):
+    """The program starts with nothing; one file is chosen in the dialog, another one falls on the window."""
+    program = Program(display)
+    source = subprocess.Popen([HELPERS["drag_source"], SAMPLE], env=display.environment)
+    try:
+        program.open()
+        check(not model_pixels(program, program.park()), "an empty scene")
+        choose(program, IMPORT, "^Import", os.path.join(DATA, "Objects", "Cube.obj"))
+        wait_until("the imported object", lambda: len(model_pixels(program, program.park())) > 1000)
+        cube = program.park().data
+        window = wait_until("the source", lambda: display.windows("^Drag source"))[0]
+        sx, sy, width, height = display.geometry(window)
+        x, y = program.middle()
+        from_x, from_y = sx + width // 2, sy + height // 2
+        display.drag([(from_x, from_y), (from_x - 20, from_y + 10), (x + 30, y), (x + 10, y), (x, y)], lambda: time.sleep(0.3))
+        wait_until("the dropped object", lambda: program.park().data != cube)
+        check(close(program) == 0, program.stderr())
+        print("files come in: good")
+    finally:
+        source.kill()
+        source.wait()
+        program.kill()
+
+
+def fine_display(display):
+    """Two physical pixels for each of the toolkit's: paint lands under the pointer, and the picture is sharp."""
+    program = Program(display, SAMPLE, environment={"GDK_SCALE": "2"})
+    try:
+        program.open()
+        x, y = program.middle()
+        paints(program, program.park(), x, y)
+        check(close(program) == 0, program.stderr())
+        print("a fine display: good")
+    finally:
+        program.kill()
+
+
+def works_at_rest(display):
+    """Nobody touches anything: posted events run and deleted items come to their end."""
+    program = Program(display, program=HELPERS["resting"])
+    try:
+        program.find(TITLE)
+        lines = [program.process.stdout.readline().decode().strip() for _ in range(3)]
+        check(lines == ["at rest", "the event ran", "the deleted item is gone"], f"{lines} {program.stderr()}")
+        program.process.send_signal(signal.SIGTERM)
+        program.process.wait(60)
+        print("work at rest: good")
+    finally:
+        program.kill()
+
+
+def spot_rests(display):
+    if not os.path.exists(SPOT):
+        print("skipped: spot at rest, there is no " + SPOT)
+        return
+    program = Program(display, SPOT)
+    try:
+        rests(program.open())
+        check(close(program) == 0, program.stderr())
+    finally:
+        program.kill()
+
+
+def random_strokes(display):
+    """A start, strokes and wheel turns at random for a while, and an exit. The sanitizers' test; the seed is printed."""
+    seed = int(os.environ.get("QLM_STROKE_SEED", time.time()))
+    print("seed", seed)
+    random = __import__("random").Random(seed)
+    program = Program(display, SAMPLE)
+    try:
+        program.open()
+        left, top, width, height = canvas_of(program)
+        def place():
+            return left + random.randrange(width), top + random.randrange(height)
+        end = time.monotonic() + STROKE_SECONDS
+        while time.monotonic() < end:
+            kind = random.random()
+            if kind < 0.1:
+                menu(program, TOOLS_MENU, random.randrange(1, 5))
+            elif kind < 0.25:
+                display.do("mousemove", *place())
+                display.do("click", "--repeat", random.randrange(1, 4), random.choice((4, 5)))
+            else:
+                display.drag([place() for _ in range(random.randrange(2, 8))])
+            check(program.alive(), program.stderr()[-3000:])
+        program.settle()
+        check(close(program) == 0, f"status {program.process.returncode}: {program.stderr()[-6000:]}")
+        print("random strokes: good")
+    finally:
+        program.kill()
 
 
 def no_display(display):
@@ -358,13 +497,13 @@ def second_start(display):
             second.kill()
 
 
+TESTS = (a_session, files_come_in, fine_display, works_at_rest, spot_rests, script_as_headless, no_display, second_start, crash, termination)
+
+
 def main():
     display = Display()
     try:
-        wanted = sys.argv[2:]
-        for test in (a_session, script_as_headless, no_display, second_start, crash, termination):
-            if wanted and test.__name__ not in wanted:
-                continue
+        for test in [globals()[name] for name in WANTED] or TESTS:
             try:
                 test(display)
             except Exception:

@@ -36,7 +36,9 @@ QLM_OS& QLM_OS::Get() {
     return os;
 }
 
-void QLM_OS::Record(QLM_RecordedMessage::Kind kind, const std::string& text) { recorded.push_back({kind, text}); }
+void QLM_OS::Record(QLM_RecordedMessage::Kind kind, const std::string& text) {
+    if (isRecording) recorded.push_back({kind, text});
+}
 
 bool QLM_OS::IsRepeated(const std::string& text) {
     const QLM_String message(text);

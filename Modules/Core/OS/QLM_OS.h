@@ -83,7 +83,9 @@ class QLM_OS {
     /// counts in `unansweredQuestions`.
     std::deque<std::string> queuedAnswers;
     int unansweredQuestions = 0;
+    /// What was said, for scripts and tests; a long session of a user switches it off.
     std::vector<QLM_RecordedMessage> recorded;
+    bool isRecording = true;
 
     void SetBusy(bool on);
     bool IsBusy() const { return busy; }
