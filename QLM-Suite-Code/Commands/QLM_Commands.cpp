@@ -3,6 +3,9 @@
 #include "Core/Logging/QLM_Logger.h"
 #include "Engine/QLM_Engine.h"
 #include "Engine/QLM_Events.h"
+#include "Geometry/QLM_SelectionManager.h"
+#include "Geometry/QLM_LayerManager.h"
+#include "Geometry/QLM_MorphManager.h"
 #include "Images/QLM_GL_Textures.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
@@ -16,6 +19,8 @@
 namespace {
 
 QLM_ViewportManager& Viewports() { return *QLM_GetManagers().GetViewportManager(); }
+QLM_LayerManager& Layers() { return *QLM_GetManagers().GetLayerManager(); }
+QLM_MorphManager& Morphs() { return *QLM_GetManagers().GetMorphManager(); }
 QLM_ToolManager& Tools() { return *QLM_GetManagers().GetToolManager(); }
 
 /// A named run of a check box toggles, and brings the control up to date.
@@ -135,6 +140,50 @@ QLM_CommandTable::QLM_CommandTable() {
         std::swap(QLM_GetEngine()->foregroundColor, QLM_GetEngine()->backgroundColor);
         QLM_PostEvent(QLM_Event_RefreshToolPanel);
     });
+
+    // Selection.
+    using Selection = QLM_SelectionManager;
+    const std::pair<const char*, void (Selection::*)()> selections[] = {
+        {"SelectAll", &Selection::SelectAll},
+        {"SelectNone", &Selection::SelectNone},
+        {"GrowSelection", &Selection::GrowSelection},
+        {"ShrinkSelection", &Selection::ShrinkSelection},
+        {"SoftenSelection", &Selection::SoftenSelection},
+        {"HardenSelection", &Selection::HardenSelection},
+        {"NormalizeSelection", &Selection::NormalizeSelection},
+        {"InvertSelection", &Selection::InvertSelection},
+        {"InvertPolygonSelection", &Selection::InvertPolygonSelection}};
+    for (const auto& [name, operation] : selections)
+        add(name, [operation = operation](int) { (QLM_GetManagers().GetSelectionManager()->*operation)(); });
+    const char* const modes[] = {"SetSelectionModeToVertex", "SetSelectionModeToPolygon"};
+    for (int i = 0; i < 2; ++i)
+        add(modes[i], [i](int) { QLM_GetManagers().GetSelectionManager()->SetSelectionMode(i); });
+
+    // Display groups.
+    add("HideSelection", [](int) { Layers().AssignSelectionToColumn(QLM_LayerManager::HiddenLayer); });
+    add("ShowAll", [](int) { Layers().ClearColumn(QLM_LayerManager::HiddenLayer); });
+    add("LockSelection", [](int) { Layers().AssignSelectionToColumn(QLM_LayerManager::LockedLayer); });
+    add("UnlockAll", [](int) { Layers().ClearColumn(QLM_LayerManager::LockedLayer); });
+    add("CreateNewDisplayGroup", [](int) { Layers().CreateDisplayGroup(); });
+    add("DeleteDisplayGroups", [](int) { Layers().DeleteLayers(); });
+    add("RigidEdgesChanged", [](int) {
+        if (QLM_DisplayGroup* group = Layers().GetTree()->GetCurrentItem())
+            group->SetRigidEdges(!group->HasRigidEdges());
+    });
+    add("AddSelectionToCurrentDisplayGroup",
+        [](int) { Layers().AssignSelectionToGroup(Layers().GetTree()->GetCurrentItem(), true); });
+    add("RemoveSelectionFromCurrentDisplayGroup",
+        [](int) { Layers().AssignSelectionToGroup(Layers().GetTree()->GetCurrentItem(), false); });
+
+    // Morphs.
+    add("CreateNewMorph", [](int) { Morphs().CreateNewMorph(); });
+    add("DuplicateMorph", [](int) { Morphs().DuplicateMorph(); });
+    add("SpawnMorph", [](int) { Morphs().SpawnMorph(); });
+    add("DeleteMorph", [](int) { Morphs().DeleteMorph(); });
+    add("BakeMorphs", [](int) { Morphs().BakeMorphs(); });
+    // The operation's flag chooses the map that is read; map B is the one by which the right side is written.
+    add("MakeMorphSymmetricLeftToRight", [](int) { Morphs().MakeCurrentMorphSymmetric(false); });
+    add("MakeMorphSymmetricRightToLeft", [](int) { Morphs().MakeCurrentMorphSymmetric(true); });
 
     // Pen and wheel.
     add("SetTabletVarySize", [](int) { Toggle(QLM_GetEngine()->tabletPressureVariesPseudoSize); });

@@ -212,6 +212,7 @@ void QLM_Engine::ClearAll() {
     lastViewportChangeTimer.Start();
     applicationTimer.Start();
     ClearScene();
+    selectionMode = 0;
     QLM_PostEvent(QLM_Event_RefreshAllPanels);
     ResetDisplaySettings();
     managers->AfterClearAll();

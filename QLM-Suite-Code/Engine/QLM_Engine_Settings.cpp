@@ -5,6 +5,7 @@
 #include "Core/OS/QLM_OS.h"
 #include "Core/OS/String_Functions.h"
 #include "Engine/QLM_Messages.h"
+#include "Geometry/QLM_UtilityManager.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -30,11 +31,15 @@ struct Number {
 struct Share {
     float QLM_Engine::*member;
 };
+/// An exponent of 0..30 that stands outside the engine.
+struct Exponent {
+    float* value;
+};
 struct Theme {};
 struct SearchPathLines {};
 
-using Field =
-    std::variant<Folder, std::string QLM_Engine::*, bool QLM_Engine::*, Number, Share, Theme, SearchPathLines>;
+using Field = std::variant<Folder, std::string QLM_Engine::*, bool QLM_Engine::*, Number, Share, Exponent, Theme,
+                           SearchPathLines>;
 
 struct Setting {
     const char* key;
@@ -71,6 +76,7 @@ const Setting settings[] = {
     {"ttContentFolder", Folder{&QLM_Engine::ttContentFolder}},
     {"ttPresetFiles", &QLM_Engine::ttPresetFiles},
     {"ttOutputTextures", &QLM_Engine::ttOutputTextures},
+    {"UtilityManager()->WeldThreshold", Exponent{&QLM_UtilityManager::WeldThreshold}},
 };
 
 bool ParseInteger(const std::string& text, int64_t minimum, int64_t maximum, int64_t& out) {
@@ -84,6 +90,15 @@ bool ParseInteger(const std::string& text, int64_t minimum, int64_t maximum, int
 bool ParseSwitch(const std::string& text, bool& out) {
     if (text != "0" && text != "1" && text != "on" && text != "off") return false;
     out = text == "1" || text == "on";
+    return true;
+}
+
+/// A number from 0 to `maximum`.
+bool ParseFloat(const std::string& text, float maximum, float& out) {
+    char* end = nullptr;
+    const float parsed = std::strtof(text.c_str(), &end);
+    if (end == text.c_str() || *end != '\0' || !(parsed >= 0.0f && parsed <= maximum)) return false;
+    out = parsed;
     return true;
 }
 
@@ -108,13 +123,8 @@ struct Reader {
         engine.*number.member = static_cast<int32_t>(parsed);
         return true;
     }
-    bool operator()(Share share) const {
-        char* end = nullptr;
-        const float parsed = std::strtof(value.c_str(), &end);
-        if (end == value.c_str() || *end != '\0' || !(parsed >= 0.0f && parsed <= 1.0f)) return false;
-        engine.*share.member = parsed;
-        return true;
-    }
+    bool operator()(Share share) const { return ParseFloat(value, 1.0f, engine.*share.member); }
+    bool operator()(Exponent exponent) const { return ParseFloat(value, 30.0f, *exponent.value); }
     bool operator()(Theme) const {
         int64_t parsed = 0;
         if (!ParseInteger(value, 0, ThemeCount - 1, parsed)) return false;
@@ -144,6 +154,7 @@ struct Writer {
     void operator()(bool QLM_Engine::*member) const { Integer(engine.*member); }
     void operator()(Number number) const { Integer(engine.*number.member); }
     void operator()(Share share) const { QLM_PrintToFile(file, "%s\t%.6f\n", key, engine.*share.member); }
+    void operator()(Exponent exponent) const { QLM_PrintToFile(file, "%s\t%.6f\n", key, *exponent.value); }
     void operator()(Theme) const { Integer(engine.colorTheme); }
     void operator()(SearchPathLines) const {
         for (const QLM_SearchPath* path : engine.searchPaths) Text(path->path);

@@ -4,9 +4,12 @@
 #include "Engine/QLM_Engine.h"
 #include "Engine/QLM_Messages.h"
 #include "Engine/QLM_UndoManager.h"
+#include "Geometry/QLM_LayerManager.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_ObjectManager.h"
+#include "Geometry/QLM_SelectionManager.h"
+#include "Geometry/QLM_UtilityManager.h"
 #include "Images/QLM_GL_Textures.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_Material.h"
@@ -106,6 +109,14 @@ int UsePreviousTool() {
     return 1;
 }
 
+int ChangeSelection(bool all) {
+    QLM_SelectionManager* const selection = QLM_GetManagers().GetSelectionManager();
+    if (!selection) return 0;
+    if (all) selection->SelectAll();
+    else selection->SelectNone();
+    return 1;
+}
+
 // --- Group 2000 -----------------------------------------------------------------------------------------------------
 
 /// One notch or key press, in shares of 0..1.
@@ -155,6 +166,26 @@ QLM_MaterialMapList* FindMapList(const QLM_Material* material) {
     return nullptr;
 }
 
+int UnweldHighlightedObjects() {
+    QLM_ObjectManager* const objects = QLM_GetManagers().GetObjectManager();
+    if (!objects) return 0;
+    std::vector<QLM_Object*> highlighted;
+    for (auto queue = objects->GetObjects(false); !queue.IsEmpty(); queue.Pop())
+        if (queue->IsMarked()) highlighted.push_back(queue);
+    if (highlighted.empty()) QLM_OS::Get().PrintMessage(QLM_GetString(1540));
+    else QLM_OS::Get().PrintMessage(QLM_GetString(610), QLM_UtilityManager::UnweldVertices(highlighted));
+    return 1;
+}
+
+/// The selection joins what is hidden, or all of that is shown again.
+int HideOrShow(bool hide) {
+    QLM_LayerManager* const layers = QLM_GetManagers().GetLayerManager();
+    if (!layers) return 0;
+    if (hide) return layers->AssignSelectionToColumn(QLM_LayerManager::HiddenLayer);
+    layers->ClearColumn(QLM_LayerManager::HiddenLayer);
+    return 1;
+}
+
 } // namespace
 
 int QLM_Events_UnorganizedCB(QLMEvent& event) {
@@ -172,6 +203,11 @@ int QLM_Events_UnorganizedCB(QLMEvent& event) {
     case QLM_Event_ShapeChanged:
         if (QLM_ObjectManager* objects = managers.GetObjectManager()) objects->OnShapeChanged(true, true, true);
         return 1;
+    case QLM_Event_SelectAll:
+    case QLM_Event_SelectNone: return ChangeSelection(event.type == QLM_Event_SelectAll);
+    case QLM_Event_Unweld: return UnweldHighlightedObjects();
+    case QLM_Event_HidePass:
+    case QLM_Event_ShowPass: return HideOrShow(event.type == QLM_Event_HidePass);
     case QLM_Event_SyncTool:
         if (QLM_ToolManager* tools = managers.GetToolManager(); tools && tools->GetCurrentTool())
             tools->GetCurrentTool()->RebuildParameters();

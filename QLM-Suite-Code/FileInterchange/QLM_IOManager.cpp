@@ -10,6 +10,7 @@
 #include "FileInterchange/OBJ/QLM_ObjReader.h"
 #include "FileInterchange/OBJ/QLM_ObjWriter.h"
 #include "Geometry/QLM_Mesh.h"
+#include "Geometry/QLM_MorphManager.h"
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_ObjectManager.h"
 #include "Images/QLM_ImageLoader.h"
@@ -83,6 +84,7 @@ void AfterImport(QLM_Object* object, const std::string& path, bool importMaps) {
     QLM_ViewportManager* viewports = QLM_GetManagers().GetViewportManager();
     if (importMaps) LoadMaterialMaps(object->GetMesh(), QLM_FolderOf(path));
     objects->SetCurrentObject(object);
+    QLM_GetManagers().GetMorphManager()->FinishAfterLoad();
     objects->OnShapeChanged(object, true, true, true);
     objects->UpdateGlobalScale();
     if (objects->GetObjectCount() == 1)

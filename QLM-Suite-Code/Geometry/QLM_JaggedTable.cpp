@@ -11,12 +11,12 @@ void QLM_JaggedTable::Begin(int rows) {
 void QLM_JaggedTable::Allocate() {
     // Sum in 64 bits: a few hundred million corners pass the range of an int.
     rowStart = std::make_unique_for_overwrite<int64_t[]>(rowCount);
-    int64_t total = 0;
+    totalInts = 0;
     for (int i = 0; i < rowCount; ++i) {
-        rowStart[i] = total;
-        total += 1 + static_cast<int64_t>(histogram[i]);
+        rowStart[i] = totalInts;
+        totalInts += 1 + static_cast<int64_t>(histogram[i]);
     }
-    block = std::make_unique_for_overwrite<int32_t[]>(total);
+    block = std::make_unique_for_overwrite<int32_t[]>(totalInts);
     for (int i = 0; i < rowCount; ++i) block[rowStart[i]] = 0;
 }
 
@@ -27,6 +27,7 @@ void QLM_JaggedTable::Free() {
     rowStart.reset();
     histogram.reset();
     rowCount = 0;
+    totalInts = 0;
 }
 
 void QLM_JaggedTable::RaiseOverflow(int row, int value) const {

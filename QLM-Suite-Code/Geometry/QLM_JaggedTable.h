@@ -23,6 +23,7 @@ class QLM_JaggedTable {
     int GetRowCount() const { return rowCount; }
     int GetCount(int row) const { return block[rowStart[row]]; }
     int Get(int row, int i) const { return block[rowStart[row] + 1 + i]; }
+    int64_t GetByteCount() const { return (totalInts + 2LL * rowCount) * static_cast<int64_t>(sizeof(int32_t)); }
     /// The row from its count on.
     const int32_t* GetRow(int row) const { return block.get() + rowStart[row]; }
 
@@ -33,4 +34,5 @@ class QLM_JaggedTable {
     std::unique_ptr<int64_t[]> rowStart;
     std::unique_ptr<int32_t[]> histogram;
     int rowCount = 0;
+    int64_t totalInts = 0; ///< in the block
 };

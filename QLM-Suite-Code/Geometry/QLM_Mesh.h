@@ -21,6 +21,7 @@
 class QLM_Group2;
 class QLM_MaterialMapList;
 class QLM_Object;
+class TextCommand;
 
 /// Owned by its object. A builder calls SetSizes, fills vertices, texture vertices and polygons, then AfterRawBuild;
 /// nothing else may be read before that call. Counts and arrays change on the main thread while no worker runs.
@@ -81,6 +82,18 @@ class QLM_Mesh : public QLM_MeshRoot,
     void SetVTCount(int n) override;
     void SetPCount(int n) override;
 
+    /// Block "mesh": sizes, the raw arrays, transform, symmetry, weld map, materials, groups, morphs.
+    bool SaveToStream_Text(FILE* stream, bool writeBlock = true) override;
+    /// Block "meshReference": what the user added to geometry that stays in a file of its own.
+    bool SaveReferenceToStream_Text(FILE* stream);
+    /// A key that fails is reported to the user; what stood before it is kept. AfterRawBuild has to follow.
+    bool LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::string& key, const std::string& value) override;
+    /// Fills the polygons from records of u16 material, u16 group, u16 corner count and (i32 vertex, i32 texture
+    /// vertex) a corner. False when the bytes don't hold exactly the mesh's polygons; those that they hold are filled.
+    bool ConvertArrayToPolygons(const uint8_t* bytes, size_t size);
+    /// Behind a load and AfterRawBuild: the morphs are summed anew, and the search for symmetric partners begins.
+    void SetupAfterLoad();
+
     void CalculateBounds();
     void GetPolygonUVBounds(int p, float* minUV, float* maxUV) const;
     /// The resolved vertex through the engine's scene matrix; as it is without an engine.
@@ -95,6 +108,17 @@ class QLM_Mesh : public QLM_MeshRoot,
     void EnsureGroupAndMaterial();
     void RepairCorners();
     void TellManagersOfNewShape();
+    void SaveArrays(FILE* stream);
+    void SaveParts(FILE* stream);
+    void ConsiderSize(FILE* stream, TextCommand& command);
+    void ConsiderArray(FILE* stream, TextCommand& command);
+    void ConsiderSetting(TextCommand& command);
+    void ConsiderPart(FILE* stream, TextCommand& command);
+    void LoadMaterial(FILE* stream, const std::string& name);
+    void LoadGroup(FILE* stream, const std::string& name);
+    void LoadWeldMap(FILE* stream);
+    void FailLoad(const std::string& message);
+    std::string GetOwnerName() const;
 
     std::vector<QLM_Polygon> Polygons;
 };

@@ -4,9 +4,8 @@
 #include "Geometry/QLM_MeshNormals.h"
 #include "Math/QLM_Matrix.h"
 
-void QLM_MeshConcaveContainer::OnSetVertexCount(int, int newCount) {
-    if (values.GetCount()) values.Resize(newCount, true, true);
-    enabled = false;
+void QLM_MeshConcaveContainer::OnSetVertexCount(int, int) {
+    ResetConcavity();
 }
 
 void QLM_MeshConcaveContainer::EnableConcavity() {
@@ -14,6 +13,11 @@ void QLM_MeshConcaveContainer::EnableConcavity() {
     values.Resize(mesh->GetVCount(), false, false);
     mesh->ClearAllVertexFlags(eVFlag_ConcaveValid);
     enabled = true;
+}
+
+void QLM_MeshConcaveContainer::ResetConcavity() {
+    values.Free();
+    enabled = false;
 }
 
 float QLM_MeshConcaveContainer::GetConcavity(int v) {

@@ -4,8 +4,6 @@
 #include "Geometry/QLM_MeshContainer.h"
 #include "Geometry/QLM_VertexMap.h"
 
-#include <vector>
-
 /// Corner normals for a smoothing angle; above 179.9 degrees they are the vertex normals themselves.
 class QLM_MeshDiscontinuousNormalsContainer : public QLM_MeshContainerMesh {
   public:
@@ -14,7 +12,8 @@ class QLM_MeshDiscontinuousNormalsContainer : public QLM_MeshContainerMesh {
     void SetMaxSmoothingAngle(float degrees); ///< clamped to 0..180; takes effect with RebuildNormalIndices
     /// Gives every corner its vertex's normal and decides between a loan and own storage.
     void RebuildNormalIndices();
-    /// Splits the normals at edges sharper than the angle; nothing to do on borrowed storage.
+    /// Splits the normals at edges sharper than the angle; nothing to do on borrowed storage. Corners point as
+    /// RebuildNormalIndices left them, or the last call of this.
     void UpdateNormals(bool visibleOnly);
     int GetCornerNormalIndex(int p, int i) const;
     const float* GetCornerNormal(int p, int i) const { return Normals[GetCornerNormalIndex(p, i)]; }
@@ -22,8 +21,7 @@ class QLM_MeshDiscontinuousNormalsContainer : public QLM_MeshContainerMesh {
 
   private:
     void PointCornersAtVertices();
-    void SplitVertexNormal(int v, float threshold, std::vector<float>& appended);
 
     float maxSmoothingAngle = 180.0f;
-    std::vector<int32_t> unassigned, members; ///< scratch of SplitVertexNormal
+    bool cornersMoved = false; ///< some point elsewhere than RebuildNormalIndices left them
 };

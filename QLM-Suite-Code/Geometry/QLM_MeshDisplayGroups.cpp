@@ -1,5 +1,10 @@
 #include "Geometry/QLM_MeshDisplayGroups.h"
 
+#include "Engine/QLM_Managers.h"
+#include "Geometry/QLM_GroupFlags.h"
+#include "Geometry/QLM_LayerManager.h"
+#include "Geometry/QLM_Mesh.h"
+
 #include <algorithm>
 
 bool BigFlagArray::GetFlag(int polygon, int group) const {
@@ -38,4 +43,37 @@ bool BigFlagArray::Merge(const BigFlagArray& other) {
     return true;
 }
 
-void QLM_DisplayGroupFlagContainer::OnSetPolygonCount(int, int newCount) { SetSizes(GetGroupCount(), newCount); }
+void BigFlagArray::ClearColumn(int group) {
+    if (group < 0 || group >= groupCount) return;
+    const uint8_t kept = static_cast<uint8_t>(~(1 << (group % 8)));
+    for (size_t at = group / 8; at < bytes.size(); at += rowBytes) bytes[at] &= kept;
+}
+
+void BigFlagArray::AddColumn(int from, int to) {
+    if (from < 0 || from >= groupCount || to < 0 || to >= groupCount) return;
+    for (int p = 0; p < polygonCount; ++p)
+        if (GetFlag(p, from)) SetFlag(p, to, true);
+}
+
+namespace {
+/// The layer manager; null without an engine and at shutdown.
+QLM_LayerManager* FindLayers() {
+    QLM_LayerManager* layers = QLM_GetManagers().GetLayerManager();
+    return QLM_IsItemUsable(layers) ? layers : nullptr;
+}
+} // namespace
+
+void QLM_DisplayGroupFlagContainer::OnSetPolygonCount(int oldCount, int newCount) {
+    QLM_LayerManager* layers = FindLayers();
+    const int columns = layers ? layers->GetColumnCount() : static_cast<int>(QLM_LayerManager::FirstUserColumn);
+    SetSizes(std::max(GetGroupCount(), columns), newCount);
+    for (int p = oldCount; p < newCount; ++p) SetFlag(p, QLM_LayerManager::Background, true);
+}
+
+void QLM_DisplayGroupFlagContainer::OnAfterRawBuild() {
+    QLM_LayerManager* layers = FindLayers();
+    if (!layers) return;
+    const std::vector<QLM_DisplayGroup*> groups = layers->GetGroups();
+    QLM_UpdateHiddenFlags(*mesh, groups);
+    QLM_UpdateLockedFlags(*mesh, groups);
+}

@@ -17,13 +17,19 @@ class BigFlagArray {
     int GetPolygonCount() const { return polygonCount; }
     int GetRowBytes() const { return rowBytes; }
     const std::vector<uint8_t>& GetBytes() const { return bytes; }
+    const uint8_t* GetRow(int polygon) const { return bytes.data() + static_cast<size_t>(polygon) * rowBytes; }
+    void ClearColumn(int group);
+    /// ORs `from` into `to`; does nothing for a column out of range.
+    void AddColumn(int from, int to);
 
   private:
     std::vector<uint8_t> bytes;
     int groupCount = 0, polygonCount = 0, rowBytes = 0;
 };
 
+/// The mesh's rows. It always has a column for each display group, and new polygons stand in the background's.
 class QLM_DisplayGroupFlagContainer : public QLM_MeshContainerMesh, public BigFlagArray {
   public:
+    void OnAfterRawBuild() override; ///< the flags of polygons and vertices follow the groups anew
     void OnSetPolygonCount(int oldCount, int newCount) override;
 };

@@ -139,6 +139,10 @@ void QLM_MeshLookupsContainer::GetOtherSideUVs(const QLM_EdgeRecord& record, int
     uvB = low ? uvHigh : uvLow;
 }
 
+int64_t QLM_MeshLookupsContainer::GetEdgeByteCount() const {
+    return static_cast<int64_t>(edgeCount) * sizeof(EdgeEntry) + 4 * (static_cast<int64_t>(edgeRows) + 1);
+}
+
 void QLM_MeshLookupsContainer::ForEachEdge(const std::function<void(const QLM_EdgeRecord&)>& visit) const {
     for (int v = 0; v < edgeRows; ++v)
         for (int i = edgeStart[v]; i < edgeStart[v + 1]; ++i) visit(MakeRecord(v, edges[i]));
@@ -167,8 +171,8 @@ void QLM_MeshLookupsContainer::CalculateOpenEdges() {
                     if (own < 0) own = i;
                     seam = seam || corner != texture;
                 }
-                ends.push_back(view.GetVertex(p, (own + count - 1) % count));
-                ends.push_back(view.GetVertex(p, (own + 1) % count));
+                ends.push_back(view.GetVertex(p, own > 0 ? own - 1 : count - 1));
+                ends.push_back(view.GetVertex(p, own + 1 < count ? own + 1 : 0));
             }
             for (const int32_t end : ends) ++uses[end];
             bool open = false;

@@ -32,6 +32,7 @@ class QLM_MeshLookupsContainer : public QLM_MeshContainerMesh {
     QLM_SimpleArray<int32_t>& GetVisiblePolygons();
     QLM_SimpleArray<int32_t>& GetVisibleVertices();
     int GetEdgeCount() const { return edgeCount; }
+    int64_t GetEdgeByteCount() const;
     /// True when a, b (in either order) is an edge.
     bool GetEdge(int a, int b, QLM_EdgeRecord& out) const;
     bool IsOpenEdge(int a, int b) const;

@@ -4,32 +4,44 @@
 #include "Geometry/QLM_Polygon.h"
 
 #include <cmath>
+#include <limits>
 
 /// Scales to unit length; what has no usable length becomes zero.
 inline void QLM_ScaleToUnit(float* n) {
     const float squared = n[0] * n[0] + n[1] * n[1] + n[2] * n[2];
-    const float scale = squared > 0.0f && std::isfinite(squared) ? 1.0f / std::sqrt(squared) : 0.0f;
-    for (int k = 0; k < 3; ++k) n[k] = scale > 0.0f ? n[k] * scale : 0.0f;
+    const float scale = 1.0f / std::sqrt(squared);
+    const bool usable = squared > 0.0f && scale > 0.0f && scale < std::numeric_limits<float>::infinity();
+    for (int k = 0; k < 3; ++k) n[k] = usable ? n[k] * scale : 0.0f;
+}
+
+/// Adds (c - b) x (a - b).
+inline void QLM_AddCross(const float* a, const float* b, const float* c, float* out) {
+    const float u[3] = {c[0] - b[0], c[1] - b[1], c[2] - b[2]};
+    const float v[3] = {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
+    out[0] += u[1] * v[2] - u[2] * v[1];
+    out[1] += u[2] * v[0] - u[0] * v[2];
+    out[2] += u[0] * v[1] - u[1] * v[0];
 }
 
 /// Sum of the cross products of a fan around the first corner, as a unit vector; zero below three corners.
 inline void QLM_PolygonNormal(const QLM_PolygonView& view, const float* positions, int p, float* out) {
-    out[0] = out[1] = out[2] = 0.0f;
     const int count = view.polygons[p].count;
-    if (count < 3) return;
+    float sum[3] = {0.0f, 0.0f, 0.0f};
     const auto position = [&](int i) { return positions + 3 * static_cast<int64_t>(view.GetVertex(p, i)); };
-    const float* first = position(0);
-    const float* previous = position(1);
-    for (int j = 2; j < count; ++j) {
-        const float* corner = position(j);
-        const float a[3] = {corner[0] - previous[0], corner[1] - previous[1], corner[2] - previous[2]};
-        const float b[3] = {first[0] - previous[0], first[1] - previous[1], first[2] - previous[2]};
-        out[0] += a[1] * b[2] - a[2] * b[1];
-        out[1] += a[2] * b[0] - a[0] * b[2];
-        out[2] += a[0] * b[1] - a[1] * b[0];
-        previous = corner;
+    if (count == 4) { // by far the most
+        const float *a = position(0), *b = position(1), *c = position(2), *d = position(3);
+        QLM_AddCross(a, b, c, sum);
+        QLM_AddCross(a, c, d, sum);
+    } else if (count > 2) {
+        const float *first = position(0), *previous = position(1);
+        for (int j = 2; j < count; ++j) {
+            const float* corner = position(j);
+            QLM_AddCross(first, previous, corner, sum);
+            previous = corner;
+        }
     }
-    QLM_ScaleToUnit(out);
+    QLM_ScaleToUnit(sum);
+    for (int k = 0; k < 3; ++k) out[k] = sum[k];
 }
 
 /// Unweighted sum of the normals of a row of polygons, as a unit vector; zero for an empty row.

@@ -1,7 +1,7 @@
 #pragma once
 // What the user loads and sees: a named asset that holds one mesh.
 
-#include "Core/Objects/QLM_BaseClass.h"
+#include "Engine/QLM_TreeGroup.h"
 
 class QLM_Mesh;
 
@@ -20,10 +20,20 @@ class QLM_Object : public virtual QLM_UserAsset {
     void SetHidden(bool on) { hidden = on; }
     bool IsCompletelyLocked() const { return GetBool("COMPLETELY_LOCKED"); }
 
+    /// Block "object" with the mesh, or "objectReference" for geometry that stays in a file of its own. False for an
+    /// object that is left out.
+    bool SaveToStream_Text(FILE* stream, bool writeBlock = true) override;
+    /// A mesh that was read is ready for use, also one whose record failed halfway.
+    bool LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::string& key, const std::string& value) override;
+
     bool RenderDoubleSided = false, SymmetryEnabled = false;
     std::string FileName, OBJFileName;
 
   private:
+    void SaveReference(FILE* stream, bool writeBlock);
+    bool PrepareReference();
+    void LoadMesh(FILE* stream);
+
     QLM_Mesh* mesh = nullptr;
     bool hidden = false;
 };
@@ -31,6 +41,16 @@ class QLM_Object : public virtual QLM_UserAsset {
 /// A polygon group; a polygon belongs to exactly one.
 class QLM_Group2 : public virtual QLM_UserAsset {
   public:
+    /// Block "polygroup"; which polygons stand in it is told by theirs.
+    bool SaveToStream_Text(FILE* stream, bool writeBlock = true) override;
+
     std::vector<int32_t> Vertices;
     std::vector<bool> SharedWithEarlier;
+};
+
+/// The folders of objects; reads "object" and "objectReference".
+class QLM_ObjectTreeGroup : public QLM_TopTreeGroup {
+  public:
+    bool CreateChildGroup(FILE* stream, const std::string& key, const std::string& value) override;
+    bool LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::string& key, const std::string& value) override;
 };

@@ -1,12 +1,16 @@
 #include "Geometry/QLM_ObjectManager.h"
 
 #include "Core/Logging/QLM_Logger.h"
+#include "Core/OS/QLM_OS.h"
 #include "Engine/QLM_Engine.h"
 #include "Engine/QLM_Events.h"
-#include "Geometry/QLM_VertexWeightManager.h"
+#include "Geometry/QLM_GroupFlags.h"
+#include "Geometry/QLM_LayerManager.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_PointBox.h"
+#include "Geometry/QLM_SymmetryManager.h"
+#include "Geometry/QLM_VertexWeightManager.h"
 #include "Math/QLM_Matrix.h"
 #include "Rendering/QLM_ViewportManager.h"
 
@@ -22,6 +26,13 @@ template <class Manager> Manager* FindManager(Manager* QLM_Managers::*slot) {
 
 QLM_ViewportManager* FindViewports() { return FindManager(&QLM_Managers::viewport); }
 
+/// The selection and what a stroke makes of it leave out what is hidden or locked. Rebuilt at once: the next render
+/// reads the weights on its own thread.
+void RebuildSelection(QLM_Mesh& mesh) {
+    mesh.RebuildSelectionArrays(true);
+    if (QLM_VertexWeightManager* weights = FindManager(&QLM_Managers::vertexWeight)) weights->Invalidate(&mesh);
+}
+
 /// Adds the transformed box of an object that has vertices.
 void AddObjectBox(const QLM_Object& object, QLM_PointBox& box) {
     const QLM_Mesh* mesh = object.GetMesh();
@@ -31,8 +42,9 @@ void AddObjectBox(const QLM_Object& object, QLM_PointBox& box) {
 }
 } // namespace
 
-QLM_ObjectManager::QLM_ObjectManager() : tree(new QLM_TopTreeGroup) {
+QLM_ObjectManager::QLM_ObjectManager() : tree(new QLM_ObjectTreeGroup) {
     tree->SetNameText("objects");
+    tree->topLabel = "objects";
     tree->SetBool("manager/noRename", true);
 }
 
@@ -65,7 +77,12 @@ QLM_Object* QLM_ObjectManager::GetCurrentObject() {
 void QLM_ObjectManager::SetCurrentObject(QLM_Object* object) {
     const uint32_t id = object ? object->GetID() : 0;
     if (id == currentObjectID) return;
+    const QLM_Object* former = GetCurrentObject();
+    const bool showedSymmetry = former && former->SymmetryEnabled;
     currentObjectID = id;
+    if (object && object->SymmetryEnabled != showedSymmetry) OnShapeChanged(object, true, false, false);
+    if (QLM_SymmetryManager* symmetry = FindManager(&QLM_Managers::symmetry))
+        symmetry->Refresh(object ? object->GetMesh() : nullptr, false);
     if (QLM_GetEngine()) QLM_PostEvent(QLM_Event_RefreshAllPanels);
 }
 
@@ -118,6 +135,47 @@ void QLM_ObjectManager::OnShapeChanged(QLM_Object* object, bool redraw, bool res
 void QLM_ObjectManager::OnShapeChanged(bool redraw, bool resolve, bool normals) {
     for (auto objects = GetObjects(false); !objects.IsEmpty(); objects.Pop())
         OnShapeChanged(objects, redraw, resolve, normals);
+}
+
+bool QLM_ObjectManager::MayWalkFlags() {
+    flagsDue = QLM_OS::Get().mouseButtonsDown > 0;
+    if (flagsDue) return false;
+    if (QLM_ViewportManager* viewports = FindViewports()) viewports->AbortRender(); // it reads the flags as well
+    return true;
+}
+
+void QLM_ObjectManager::UpdateLockedFlags() {
+    QLM_TRACE(1);
+    QLM_LayerManager* layers = FindManager(&QLM_Managers::layer);
+    if (!layers || !MayWalkFlags()) return;
+    const std::vector<QLM_DisplayGroup*> groups = layers->GetGroups();
+    for (auto objects = GetObjects(false); !objects.IsEmpty(); objects.Pop()) {
+        QLM_Mesh* mesh = objects->GetMesh();
+        if (!mesh) continue;
+        QLM_UpdateLockedFlags(*mesh, groups);
+        RebuildSelection(*mesh);
+    }
+    if (QLM_ViewportManager* viewports = FindViewports()) viewports->OnAllViewportsChanged();
+}
+
+void QLM_ObjectManager::UpdateHiddenFlags() {
+    QLM_TRACE(1);
+    QLM_LayerManager* layers = FindManager(&QLM_Managers::layer);
+    if (!layers || !MayWalkFlags()) return;
+    const std::vector<QLM_DisplayGroup*> groups = layers->GetGroups();
+    for (auto objects = GetObjects(false); !objects.IsEmpty(); objects.Pop()) {
+        QLM_Mesh* mesh = objects->GetMesh();
+        if (!mesh || !QLM_UpdateHiddenFlags(*mesh, groups)) continue;
+        RebuildSelection(*mesh);
+        // What was hidden missed the changes of the shape; its box and normals are those of the visible part.
+        OnShapeChanged(objects, true, true, true);
+    }
+}
+
+void QLM_ObjectManager::OnIdle() {
+    if (!flagsDue || QLM_OS::Get().mouseButtonsDown > 0) return;
+    UpdateHiddenFlags();
+    UpdateLockedFlags();
 }
 
 void QLM_ObjectManager::ForgetMesh(QLM_Mesh* mesh) {

@@ -12,6 +12,7 @@ class QLM_ObjectManager : public QLM_Manager {
     QLM_ObjectManager();
     ~QLM_ObjectManager() override;
     void AfterClear() override;
+    void OnIdle() override; ///< makes up for walks that had to wait
 
     void AddObject(QLM_Object* object); ///< takes ownership
     void DeleteObject(QLM_Object* object); ///< the memory goes with the deferred release
@@ -29,6 +30,10 @@ class QLM_ObjectManager : public QLM_Manager {
     /// Refreshes what follows from an object's geometry: pick cache, shape, concavity, normals, octree boxes, views.
     void OnShapeChanged(QLM_Object* object, bool redraw, bool resolve, bool normals);
     void OnShapeChanged(bool redraw, bool resolve, bool normals);
+    /// Have the flags of all meshes follow the display groups, and draw anew. The painting threads read the flags, so
+    /// during a stroke both walks wait for the idle pass behind it.
+    void UpdateLockedFlags();
+    void UpdateHiddenFlags();
     void ForgetMesh(QLM_Mesh* mesh);
     void ForgetObject(QLM_Object* object);
 
@@ -41,7 +46,10 @@ class QLM_ObjectManager : public QLM_Manager {
     QLM_TopTreeGroup* GetTree() { return tree.Get(); }
 
   private:
+    bool MayWalkFlags();
+
     QLM_Owned<QLM_TopTreeGroup> tree;
     uint32_t currentObjectID = 0;
     float globalScale = 1.0f;
+    bool flagsDue = false; ///< a walk was put off
 };

@@ -5,8 +5,6 @@
 #include "Geometry/QLM_PointBox.h"
 #include "Geometry/QLM_ThreadStamps.h"
 
-#include <atomic>
-
 namespace {
 constexpr int maximumDepth = 6;
 
@@ -19,26 +17,67 @@ void NarrowToChild(float* minimum, float* maximum, int child) {
     }
 }
 
-/// The leaf that holds a point of the root box, counted in tree order. Both halves of a box contain the plane between
-/// them; the lower child number wins, which for x is the high half where y is high.
-int FindLeaf(const float* point, const QLM_PointBox& rootBox, int depth) {
-    float minimum[3], maximum[3];
-    rootBox.CopyTo(minimum, maximum);
-    int leaf = 0;
-    for (int level = 0; level < depth; ++level) {
-        float centre[3];
-        for (int k = 0; k < 3; ++k) centre[k] = 0.5f * minimum[k] + 0.5f * maximum[k];
-        const bool z = point[2] > centre[2], y = point[1] > centre[1];
-        const bool x = y ? point[0] >= centre[0] : point[0] > centre[0];
-        leaf = leaf * 8 + (z ? 4 : 0) + (y ? (x ? 2 : 3) : (x ? 1 : 0));
-        const bool high[3] = {x, y, z};
+/// Finds the leaf that holds a point of the root box, counted in tree order. Both halves of a box contain the plane
+/// between them; the lower child number wins, which for x is the high half where y is high.
+class LeafFinder {
+  public:
+    LeafFinder(const QLM_PointBox& box, int depthIn) : depth(depthIn), cells(1 << depthIn) {
+        box.CopyTo(minimum, maximum);
         for (int k = 0; k < 3; ++k) {
-            minimum[k] = high[k] ? centre[k] : minimum[k];
-            maximum[k] = high[k] ? maximum[k] : centre[k];
+            planes[k].resize(cells - 1);
+            AddPlanes(k, 0, cells, minimum[k], maximum[k]);
+            const float side = maximum[k] - minimum[k];
+            scale[k] = side > 0.0f ? static_cast<float>(cells) / side : 0.0f;
+        }
+        for (int i = 0; i < cells; ++i) {
+            digits[i] = 0;
+            for (int bit = 0; bit < depth; ++bit) digits[i] |= (i >> bit & 1) << (3 * bit);
         }
     }
-    return leaf;
-}
+
+    int Find(const float* point) const {
+        const int y = FindCell(1, point[1]), z = FindCell(2, point[2]);
+        int x = FindCell(0, point[0]);
+        // On a plane of x the halves of y decide, level by level; the cell found is the low side of it.
+        if (x < cells - 1 && point[0] == planes[0][x]) x = DescendX(point[0], y);
+        return digits[z] << 2 | digits[y] << 1 | digits[x ^ y];
+    }
+
+  private:
+    /// The planes that halve cells [first, end) again and again, in ascending order.
+    void AddPlanes(int axis, int first, int end, float low, float high) {
+        if (end - first < 2) return;
+        const int middle = (first + end) / 2;
+        const float centre = 0.5f * low + 0.5f * high;
+        planes[axis][middle - 1] = centre;
+        AddPlanes(axis, first, middle, low, centre);
+        AddPlanes(axis, middle, end, centre, high);
+    }
+    /// How many planes lie strictly below a coordinate: a guess that steps to the right place.
+    int FindCell(int axis, float x) const {
+        const float* plane = planes[axis].data();
+        const float guess = (x - minimum[axis]) * scale[axis];
+        int cell = guess > 0.0f ? static_cast<int>(std::min(guess, static_cast<float>(cells - 1))) : 0;
+        while (cell > 0 && !(x > plane[cell - 1])) --cell;
+        while (cell < cells - 1 && x > plane[cell]) ++cell;
+        return cell;
+    }
+    int DescendX(float x, int y) const {
+        int first = 0, end = cells;
+        for (int level = depth - 1; level >= 0; --level) {
+            const int middle = (first + end) / 2;
+            const float plane = planes[0][middle - 1];
+            const bool high = y >> level & 1 ? x >= plane : x > plane;
+            (high ? first : end) = middle;
+        }
+        return first;
+    }
+
+    int depth, cells;
+    float minimum[3], maximum[3], scale[3];
+    std::vector<float> planes[3];
+    int digits[1 << maximumDepth]; ///< the bits of a cell, three places apart
+};
 
 void ClearFlags(QLM_OctreeNode<int32_t>* node, uint32_t bits) {
     node->Flags &= ~bits;
@@ -47,12 +86,19 @@ void ClearFlags(QLM_OctreeNode<int32_t>* node, uint32_t bits) {
 }
 } // namespace
 
-/// Scratch of one build. Leaves are those of the full tree, counted in tree order.
+/// Scratch of one build. Leaves are those of the full tree, counted in tree order, until the tree stands.
 struct QLM_OctreeMeshContainer::Build {
-    QLM_PointBox box;                              ///< of the visible raw vertices
-    std::unique_ptr<int32_t[]> vertexLeaf;         ///< leaf of each vertex, -1 for hidden ones
-    std::unique_ptr<int32_t[]> polygonVertex; ///< the vertex through which a polygon comes to its leaf, -1 for none
+    /// A polygon with corners in other leaves as well.
+    struct Straddler { int32_t leaf, polygon; };
+    struct UVRange { float min[2] = {2, 2}, max[2] = {-2, -2}; };
+
+    QLM_PointBox box;                               ///< of the visible raw vertices
+    std::unique_ptr<int32_t[]> vertexLeaf;          ///< leaf of each vertex, -1 for hidden ones
+    std::unique_ptr<int32_t[]> polygonVertex;       ///< the vertex that brings a polygon to its leaf, -1 for none
+    std::vector<Straddler> straddlers[QLM_MaximumThreads];
+    std::vector<UVRange> uvRanges[QLM_MaximumThreads]; ///< of each leaf's polygons; empty without UVs
     std::vector<int32_t> vertexStart, polygonStart; ///< range of each leaf in the visible lists, leaf count + 1
+    std::vector<int32_t> leafIndex;                 ///< index in Leaves, -1 for what was left out
 };
 
 QLM_OctreeMeshContainer::QLM_OctreeMeshContainer() = default;
@@ -67,11 +113,13 @@ void QLM_OctreeMeshContainer::BuildOctree() {
     AssignRanges();
     float minimum[3], maximum[3];
     build->box.CopyTo(minimum, maximum);
+    build->leafIndex.assign(size_t{1} << (3 * octreeDepth), -1);
     root = MakeNode(nullptr, 0, minimum, maximum);
     BuildPolygonLeaves();
     FindOuterVertices();
     build.reset();
     OctreeBoundsChanged();
+    if (mesh->HasSelection()) mesh->MarkSelectedLeaves();
 }
 
 void QLM_OctreeMeshContainer::FindVertexLeaves() {
@@ -79,32 +127,80 @@ void QLM_OctreeMeshContainer::FindVertexLeaves() {
     build->box = QLM_CrunchBox(visible.GetCount(), "Octree_Box_ThreadFunc",
                                [&](int i, QLM_PointBox& box) { box.Add(mesh->Vertices[visible[i]]); });
     const int vertexCount = mesh->GetVCount();
+    const LeafFinder finder(build->box, octreeDepth);
     build->vertexLeaf = std::make_unique_for_overwrite<int32_t[]>(vertexCount);
-    std::fill_n(build->vertexLeaf.get(), vertexCount, -1);
+    int32_t* leaf = build->vertexLeaf.get();
+    if (visible.GetCount() < vertexCount) std::fill_n(leaf, vertexCount, -1);
     QLM_ThreadCrunch(visible.GetCount(), [&](const ThreadCrunchRange& range) {
         QLM_TRACE(3);
-        for (int i = range.start; i < range.end; ++i)
-            build->vertexLeaf[visible[i]] = FindLeaf(mesh->Vertices[visible[i]], build->box, octreeDepth);
+        for (int i = range.start; i < range.end; ++i) leaf[visible[i]] = finder.Find(mesh->Vertices[visible[i]]);
     }, "Octree_Leaves_ThreadFunc");
 }
 
+namespace {
+/// A polygon's distinct leaves, with which corner comes first.
+class CornerLeaves {
+  public:
+    /// Reads the leaves of all corners; true when they differ.
+    bool Read(const QLM_PolygonView& view, int p, const int32_t* leafOf) {
+        const int count = view.polygons[p].count;
+        best = -1;
+        bool differ = false;
+        for (int i = 0; i < count; ++i) {
+            const int v = view.GetVertex(p, i);
+            leaves[i] = leafOf[v];
+            differ = differ || leaves[i] != leaves[0];
+            if (leaves[i] < 0) continue;
+            if (best < 0 || leaves[i] < leafOf[best] || (leaves[i] == leafOf[best] && v < best)) best = v;
+        }
+        end = leaves + count;
+        return differ;
+    }
+    /// Leaves are gone through in tree order and their vertices upwards, so the smallest pair takes the polygon; -1
+    /// when all corners are hidden.
+    int GetFirstVertex() const { return best; }
+    template <class Visit> void VisitDistinct(Visit visit) {
+        std::sort(leaves, end);
+        end = std::unique(leaves, end);
+        for (const int32_t* leaf = leaves; leaf < end; ++leaf)
+            if (*leaf >= 0) visit(*leaf);
+    }
+
+  private:
+    int best = -1;
+    int32_t leaves[QLM_MaximumCorners];
+    int32_t* end = leaves;
+};
+} // namespace
+
 void QLM_OctreeMeshContainer::FindPolygonVertices() {
-    // Leaves take polygons in tree order and their vertices in ascending order, so the smallest pair decides.
     const QLM_PolygonView view = mesh->GetPolygonView();
     const int32_t* leaf = build->vertexLeaf.get();
+    const bool hasUVs = mesh->GetVTCount() > 0;
     build->polygonVertex = std::make_unique_for_overwrite<int32_t[]>(mesh->GetPCount());
     QLM_ThreadCrunch(mesh->GetPCount(), [&](const ThreadCrunchRange& range) {
         QLM_TRACE(3);
+        std::vector<Build::Straddler> straddlers;
+        std::vector<Build::UVRange> uvRanges(hasUVs ? size_t{1} << (3 * octreeDepth) : 0);
+        CornerLeaves corners;
         for (int p = range.start; p < range.end; ++p) {
-            int best = -1;
-            const int count = mesh->HasPolygonFlag(p, ePFlag_Hidden) ? 0 : view.polygons[p].count;
-            for (int i = 0; i < count; ++i) {
-                const int v = view.GetVertex(p, i);
-                if (leaf[v] < 0) continue;
-                if (best < 0 || leaf[v] < leaf[best] || (leaf[v] == leaf[best] && v < best)) best = v;
+            // Hidden polygons widen boxes, but stand in no leaf.
+            if (corners.Read(view, p, leaf))
+                corners.VisitDistinct([&](int32_t own) { straddlers.push_back({own, p}); });
+            const int v = mesh->HasPolygonFlag(p, ePFlag_Hidden) ? -1 : corners.GetFirstVertex();
+            build->polygonVertex[p] = v;
+            if (v < 0 || !hasUVs) continue;
+            Build::UVRange& uvRange = uvRanges[leaf[v]];
+            for (int i = 0; i < view.polygons[p].count; ++i) {
+                const float* uv = mesh->TextureVertices[view.polygons[p].corners[i].textureVertex];
+                for (int axis = 0; axis < 2; ++axis) {
+                    uvRange.min[axis] = std::min(uvRange.min[axis], uv[axis]);
+                    uvRange.max[axis] = std::max(uvRange.max[axis], uv[axis]);
+                }
             }
-            build->polygonVertex[p] = best;
         }
+        build->straddlers[range.threadIndex] = std::move(straddlers);
+        build->uvRanges[range.threadIndex] = std::move(uvRanges);
     }, "Octree_Polygons_ThreadFunc");
 }
 
@@ -123,31 +219,28 @@ void QLM_OctreeMeshContainer::AssignRanges() {
     for (const int32_t v : vertices) sorted[--end[leaf[v]]] = v;
     std::copy_n(sorted.get(), vertexCount, vertices.GetData());
 
-    // Let each vertex hand out the polygons that come through it. Going down through vertices and rows gives the
-    // reverse of the order in which a leaf takes them up.
-    std::vector<int32_t> found[QLM_MaximumThreads];
-    std::vector<std::atomic<int32_t>> polygonsOfLeaf(leafCount);
-    QLM_ThreadCrunch(vertexCount, [&](const ThreadCrunchRange& range) {
-        QLM_TRACE(3);
-        std::vector<int32_t>& out = found[range.threadIndex];
-        out.reserve(range.end - range.start);
-        for (int i = range.start; i < range.end; ++i) {
-            const int v = sorted[i];
-            const int32_t* row = mesh->VertexPolygons.GetRow(v);
-            const size_t before = out.size();
-            for (int k = row[0]; k >= 1; --k)
-                if (build->polygonVertex[row[k]] == v && (k == row[0] || row[k] != row[k + 1])) out.push_back(row[k]);
-            if (out.size() > before)
-                polygonsOfLeaf[leaf[v]].fetch_add(static_cast<int32_t>(out.size() - before), std::memory_order_relaxed);
-        }
-    }, "Octree_Ranges_ThreadFunc");
-
+    // Give each vertex room for the polygons that come through it, in the order of the vertices.
+    const int32_t* polygonVertex = build->polygonVertex.get();
+    auto next = std::make_unique<int32_t[]>(mesh->GetVCount());
+    for (int p = 0; p < mesh->GetPCount(); ++p)
+        if (polygonVertex[p] >= 0) ++next[polygonVertex[p]];
     build->polygonStart.assign(leafCount + 1, 0);
-    for (int i = 0; i < leafCount; ++i) build->polygonStart[i + 1] = build->polygonStart[i] + polygonsOfLeaf[i];
+    int32_t count = 0;
+    for (int i = 0; i < leafCount; ++i) {
+        build->polygonStart[i] = count;
+        for (int k = build->vertexStart[i]; k < build->vertexStart[i + 1]; ++k) {
+            const int32_t own = next[sorted[k]];
+            next[sorted[k]] = count;
+            count += own;
+        }
+    }
+    build->polygonStart[leafCount] = count;
+
+    // Put them there, downwards: the reverse of the order in which a leaf takes them up.
     QLM_SimpleArray<int32_t>& polygons = mesh->GetVisiblePolygons();
-    polygons.Resize(build->polygonStart[leafCount], false, false);
-    int32_t* next = polygons.GetData();
-    for (const std::vector<int32_t>& part : found) next = std::copy(part.begin(), part.end(), next);
+    polygons.Resize(count, false, false);
+    for (int p = mesh->GetPCount() - 1; p >= 0; --p)
+        if (polygonVertex[p] >= 0) polygons[next[polygonVertex[p]]++] = p;
 }
 
 std::unique_ptr<QLM_OctreeMeshContainer::Node> QLM_OctreeMeshContainer::MakeNode(Node* parent, int firstLeaf,
@@ -167,6 +260,7 @@ std::unique_ptr<QLM_OctreeMeshContainer::Node> QLM_OctreeMeshContainer::MakeNode
     node->EndPolygon = build->polygonStart[endLeaf];
     if (node->FirstVertex == node->EndVertex) return node;
     if (levelsBelow == 0) {
+        build->leafIndex[firstLeaf] = static_cast<int32_t>(Leaves.size());
         Leaves.push_back(node.get());
         return node;
     }
@@ -186,36 +280,38 @@ std::unique_ptr<QLM_OctreeMeshContainer::Node> QLM_OctreeMeshContainer::MakeNode
 
 void QLM_OctreeMeshContainer::BuildPolygonLeaves() {
     PolygonLeaf.Resize(mesh->GetPCount(), false, false);
-    std::fill(PolygonLeaf.begin(), PolygonLeaf.end(), -1);
-    const QLM_SimpleArray<int32_t>& polygons = mesh->GetVisiblePolygons();
-    const bool hasUVs = mesh->GetVTCount() > 0;
-    QLM_ThreadCrunch(static_cast<int64_t>(Leaves.size()), [&](const ThreadCrunchRange& range) {
+    const int32_t *vertex = build->polygonVertex.get(), *leaf = build->vertexLeaf.get();
+    QLM_ThreadCrunch(mesh->GetPCount(), [&](const ThreadCrunchRange& range) {
         QLM_TRACE(3);
-        for (int i = range.start; i < range.end; ++i) {
-            Node& leaf = *Leaves[i];
-            float minUV[2] = {leaf.MinUV[0], leaf.MinUV[1]}, maxUV[2] = {leaf.MaxUV[0], leaf.MaxUV[1]};
-            for (int k = leaf.FirstPolygon; k < leaf.EndPolygon; ++k) {
-                const QLM_Polygon& polygon = mesh->GetPolygon(polygons[k]);
-                PolygonLeaf[polygons[k]] = i;
-                for (int c = 0; hasUVs && c < polygon.count; ++c) {
-                    const float* uv = mesh->TextureVertices[polygon.corners[c].textureVertex];
-                    for (int axis = 0; axis < 2; ++axis) {
-                        minUV[axis] = std::min(minUV[axis], uv[axis]);
-                        maxUV[axis] = std::max(maxUV[axis], uv[axis]);
-                    }
-                }
-            }
-            std::copy_n(minUV, 2, leaf.MinUV);
-            std::copy_n(maxUV, 2, leaf.MaxUV);
-        }
+        for (int p = range.start; p < range.end; ++p)
+            PolygonLeaf[p] = vertex[p] < 0 ? -1 : build->leafIndex[leaf[vertex[p]]];
     }, "Octree_PolygonLeaves_ThreadFunc");
+    for (const std::vector<Build::UVRange>& ranges : build->uvRanges)
+        for (size_t i = 0; i < ranges.size(); ++i) {
+            if (build->leafIndex[i] < 0) continue;
+            Node& node = *Leaves[build->leafIndex[i]];
+            for (int axis = 0; axis < 2; ++axis) {
+                node.MinUV[axis] = std::min(node.MinUV[axis], ranges[i].min[axis]);
+                node.MaxUV[axis] = std::max(node.MaxUV[axis], ranges[i].max[axis]);
+            }
+        }
 }
 
 void QLM_OctreeMeshContainer::FindOuterVertices() {
-    // The boxes hold all polygons of a leaf's vertices, that is its vertices and their neighbours in other leaves.
-    const QLM_SimpleArray<int32_t>& vertices = mesh->GetVisibleVertices();
-    const int32_t* leafOf = build->vertexLeaf.get();
+    // The boxes hold all polygons of a leaf's vertices. Sort those that reach into other leaves by leaf.
     const int leafCount = static_cast<int>(Leaves.size());
+    std::vector<int32_t> start(leafCount + 1);
+    for (const auto& part : build->straddlers)
+        for (const Build::Straddler& s : part) ++start[build->leafIndex[s.leaf] + 1];
+    for (int i = 0; i < leafCount; ++i) start[i + 1] += start[i];
+    std::vector<int32_t> polygons(start[leafCount]), next(start.begin(), start.end() - 1);
+    for (const auto& part : build->straddlers)
+        for (const Build::Straddler& s : part) polygons[next[build->leafIndex[s.leaf]]++] = s.polygon;
+
+    // List their corners beyond the leaf, each once.
+    const QLM_PolygonView view = mesh->GetPolygonView();
+    const int32_t* leafOf = build->vertexLeaf.get();
+    const QLM_SimpleArray<int32_t>& vertices = mesh->GetVisibleVertices();
     QLM_ThreadStamps stamps(mesh->GetVCount());
     std::vector<int32_t> found[QLM_MaximumThreads];
     outerStart.assign(leafCount + 1, 0);
@@ -226,14 +322,13 @@ void QLM_OctreeMeshContainer::FindOuterVertices() {
         for (int i = range.start; i < range.end; ++i) {
             const size_t before = out.size();
             const int32_t own = leafOf[vertices[Leaves[i]->FirstVertex]];
-            for (int k = Leaves[i]->FirstVertex; k < Leaves[i]->EndVertex; ++k) {
-                const int32_t* row = mesh->VertexNeighbors.GetRow(vertices[k]);
-                for (int n = 1; n <= row[0]; ++n) {
-                    if (leafOf[row[n]] == own || lastLeaf[row[n]] == i + 1) continue;
-                    lastLeaf[row[n]] = i + 1;
-                    out.push_back(row[n]);
+            for (int k = start[i]; k < start[i + 1]; ++k)
+                for (int c = 0; c < view.polygons[polygons[k]].count; ++c) {
+                    const int v = view.GetVertex(polygons[k], c);
+                    if (leafOf[v] == own || lastLeaf[v] == i + 1) continue;
+                    lastLeaf[v] = i + 1;
+                    out.push_back(v);
                 }
-            }
             outerStart[i + 1] = static_cast<int32_t>(out.size() - before);
         }
     }, "Octree_Outer_ThreadFunc");

@@ -3,13 +3,46 @@
 #include "Core/Logging/QLM_RaiseError.h"
 #include "Core/OS/QLM_Memory.h"
 #include "Core/TextStream/QLM_TextStream.h"
+#include "VirtualMemory/QLM_VirtualMemory.h"
 
 template <class Scalar, int N> QLM_VertexMap<Scalar, N>::~QLM_VertexMap() {
+    QLM_VirtualMemory_Release(Handle);
     if (!External) QLM_Free(data);
+}
+
+template <class Scalar, int N> void QLM_VertexMap<Scalar, N>::Park() {
+    if (External || Handle || !data || !count) return;
+    void* block = data;
+    QLM_VirtualMemory_Store(&block, static_cast<uint64_t>(count) * N * sizeof(Scalar), Handle, __FILE__, __LINE__);
+    data = nullptr;
+    capacity = 0;
+}
+
+template <class Scalar, int N> bool QLM_VertexMap<Scalar, N>::Unpark() {
+    if (!Handle) return true;
+    const uint64_t expected = static_cast<uint64_t>(count) * N * sizeof(Scalar);
+    void* block = nullptr;
+    uint64_t size = 0;
+    const bool complete = QLM_VirtualMemory_Fetch(&block, size, Handle) && block && size == expected;
+    Handle = 0;
+    if (!complete) {
+        QLM_Free(block);
+        block = QLM_Malloc(expected, false);
+        std::memset(block, 0, expected);
+    }
+    data = static_cast<Scalar*>(block);
+    capacity = count;
+    return complete;
 }
 
 template <class Scalar, int N> void QLM_VertexMap<Scalar, N>::Resize(uint32_t n, bool preserve, bool zeroNew) {
     constexpr size_t elementSize = N * sizeof(Scalar);
+    if (Handle && preserve && n) {
+        Unpark();
+    } else if (Handle) {
+        QLM_VirtualMemory_Release(Handle);
+        Handle = 0;
+    }
     if (External) {
         if (n > capacity) QLM_RaiseError("Cannot grow and external array to be larger than the original");
     } else if (n == 0) {

@@ -26,6 +26,13 @@ template <class Scalar, int N> class QLM_VertexMap : public virtual QLM_BaseClas
     /// Ends a loan: empty and owning again. Does nothing without one.
     void EndLoan();
     bool IsExternal() const { return External; }
+
+    /// Hands the data to the virtual memory store; only the count can be asked for then. Does nothing on a loan,
+    /// without data or when parked already.
+    void Park();
+    /// Brings parked data back. False, with zeros instead, when the store answers another size. Does nothing else.
+    bool Unpark();
+    bool IsParked() const { return Handle != 0; }
     /// The record: "Count", "dim" (N) and the compressed block "data".
     bool SaveToStream_Text(FILE* stream, bool writeBlock = true) override;
     bool LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::string& key, const std::string& value) override;
@@ -33,8 +40,9 @@ template <class Scalar, int N> class QLM_VertexMap : public virtual QLM_BaseClas
   private:
     Scalar* data = nullptr;
     uint32_t count = 0;
-    uint32_t capacity = 0; ///< of the block that is owned or borrowed
+    uint32_t Handle = 0;   ///< of the parked data; the pointer is null then
     bool External = false;
+    uint32_t capacity = 0; ///< of the block that is owned or borrowed
     uint32_t announcedCount = 0; ///< by the record that is being read
 };
 using QLM_VertexMap1D = QLM_VertexMap<float, 1>;

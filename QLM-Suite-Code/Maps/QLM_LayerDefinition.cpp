@@ -3,6 +3,13 @@
 #include "Core/TextStream/QLM_TextStream.h"
 
 #include <algorithm>
+#include <cmath>
+
+void QLM_LayerDefinition::Reset() {
+    Strength = 1.0f;
+    state = Normal;
+    OnChanged();
+}
 
 void QLM_LayerDefinition::SaveLayerDefinition(FILE* stream) {
     QLM_WriteInt(stream, "State", state);
@@ -17,8 +24,9 @@ bool QLM_LayerDefinition::ConsiderLayerDefinition(FILE* stream, const std::strin
         if (read >= Normal && read <= Hidden) state = read;
     }
     if (command.Is("Strength")) {
-        command.ReadFloat(Strength);
-        Strength = std::clamp(Strength, MinStrength, MaxStrength);
+        float read = 0.0f;
+        command.ReadFloat(read);
+        if (std::isfinite(read)) Strength = std::clamp(read, MinStrength, MaxStrength);
     }
     bool on = false;
     if (command.Is("Locked")) {
@@ -29,6 +37,10 @@ bool QLM_LayerDefinition::ConsiderLayerDefinition(FILE* stream, const std::strin
         command.ReadBool(on);
         if (on) state = Hidden;
     }
-    if (command.Is("LayerDefinition")) loadFailed |= !LoadFromStream_Text(stream, 0);
+    if (!insideDefinition && command.Is("LayerDefinition")) {
+        insideDefinition = true;
+        loadFailed = !LoadFromStream_Text(stream, 0);
+        insideDefinition = false;
+    }
     return command.Handled();
 }

@@ -7,6 +7,8 @@
 class QLM_LayerDefinition : public virtual QLM_BaseClass {
   public:
     enum State : int32_t { Normal = 0, Locked = 1, Hidden = 2 };
+    /// Full strength, normal state.
+    virtual void Reset();
     virtual void OnChanged() {}
     virtual void Lock() { state = Locked; OnChanged(); }
     virtual void Unlock() { if (state == Locked) { state = Normal; OnChanged(); } }
@@ -14,6 +16,12 @@ class QLM_LayerDefinition : public virtual QLM_BaseClass {
     virtual void Unhide() { if (state == Hidden) { state = Normal; OnChanged(); } }
     virtual bool IsLocked() const { return state == Locked; }
     virtual bool IsHidden() const { return state == Hidden; }
+    virtual std::string GetDisplayName() const { return GetName(); }
+    // What a list shows beside the name: two captions with a value each.
+    virtual std::string GetValueText() const { return "undef"; }
+    virtual std::string FormatValue() const { return {}; }
+    virtual std::string GetSecondValueText() const { return "undef"; }
+    virtual std::string FormatSecondValue() const { return {}; }
     /// The lines "State" and "Strength", which every layer's record carries inline.
     void SaveLayerDefinition(FILE* stream);
     /// Takes one line: "State" (0..2, else ignored), "Strength" (clamped to its limits), the older "Locked" and
@@ -22,4 +30,7 @@ class QLM_LayerDefinition : public virtual QLM_BaseClass {
 
     float Strength = 1.0f, MinStrength = 0.0f, MaxStrength = 1.0f;
     int32_t state = Normal;
+
+  private:
+    bool insideDefinition = false; ///< while a block "LayerDefinition" is read; one in another isn't taken
 };

@@ -6,6 +6,7 @@
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_ObjectManager.h"
+#include "Geometry/QLM_VertexWeightManager.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Math/QLM_MathTables.h"
@@ -116,9 +117,9 @@ void QLM_PaintPass::FillVertexWeights() {
             vertexWeights[static_cast<size_t>(v)] = 0.0f;
             vertices.push_back(v);
         }
-    bool useSelection = false;
-    for (QLM_Object* other : QLM_GetManagers().GetObjectManager()->GetObjects(false))
-        useSelection = useSelection || (other->GetMesh() && other->GetMesh()->HasSelection());
+    QLM_VertexWeightManager* weights = QLM_GetManagers().GetVertexWeightManager();
+    weights->UseForStroke(settings.fadeByAngle);
+    const bool useSelection = weights->UsesSelection();
 
     QLM_CullingManager* culling = QLM_GetManagers().GetCullingManager();
     QLM_ThreadCrunch(

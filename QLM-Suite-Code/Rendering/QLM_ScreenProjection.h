@@ -15,6 +15,8 @@ class QLM_ScreenProjection {
     /// True when the picture of a box in world meets a normalised rectangle (min x, min y, max x, max y).
     bool MeetsRectangle(const float* minimum, const float* maximum, const float* rectangle) const;
 
+    const float* GetModelToClip() const { return modelToClip; } ///< of resolved vertices; row vectors
+
   private:
     float modelToClip[16];
     const float* positions;

@@ -1,4 +1,4 @@
-// Framing, turning, zooming and picking.
+// Framing, turning and zooming.
 
 #include "Core/OS/QLM_OS.h"
 #include "Engine/QLM_Events.h"
@@ -7,7 +7,6 @@
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_ObjectManager.h"
 #include "Math/QLM_Matrix.h"
-#include "Rendering/QLM_RenderManagers.h"
 #include "Rendering/QLM_SceneAccess.h"
 #include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
@@ -60,18 +59,6 @@ bool ExtendByVertices(const QLM_Mesh& mesh, QLM_SimpleArray<int32_t>& vertices, 
         }
     }
     return found;
-}
-
-/// Where a normalised place lies in a triangle of screen points: its clip z; false outside. Area has the front's sign.
-bool HitTriangle(const float* a, const float* b, const float* c, double x, double y, bool bothSides, double& z) {
-    const double bx = b[0] - a[0], by = b[1] - a[1], cx = c[0] - a[0], cy = c[1] - a[1];
-    const double area = bx * cy - cx * by;
-    if (area == 0.0 || (area < 0.0 && !bothSides)) return false;
-    const double px = x - a[0], py = y - a[1];
-    const double wb = (px * cy - cx * py) / area, wc = (bx * py - px * by) / area;
-    if (!(wb >= 0.0 && wc >= 0.0 && wb + wc <= 1.0)) return false;
-    z = a[2] + wb * (b[2] - a[2]) + wc * (c[2] - a[2]);
-    return true;
 }
 
 } // namespace
@@ -166,54 +153,4 @@ void QLM_ViewportManager::WheelZoom(QLM_Viewport* viewport, float notches, float
     for (int i = 0; i < 3; ++i) lookAt[i] = viewport->LookAt[i] + before[i] - after[i];
     viewport->SetLookAt(lookAt);
     QLM_OS::Get().PrintStatusText(QLM_GetString(983));
-}
-
-void QLM_ViewportManager::DropPickCache() { cachedPickValid = false; }
-
-bool QLM_ViewportManager::Pick(QLM_Viewport* viewport, float x, float y, QLM_PickResult& out) {
-    QLM_ObjectManager* objects = QLM_ObjectManagerOrNull();
-    if (!viewport || !objects) return false;
-    if (!cachedPickValid || cachedPickViewport != viewport || cachedPickPlace[0] != x || cachedPickPlace[1] != y) {
-        const float rectangle[4] = {x, y, x, y};
-        double nearest = std::numeric_limits<double>::infinity();
-        QLM_ViewportHoverManager hover;
-        std::vector<int> leaves;
-        cachedPickHit = false;
-        for (QLM_Object* object : objects->GetObjects(true)) {
-            QLM_Mesh* mesh = object->GetMesh();
-            if (!mesh || mesh->GetPCount() == 0) continue;
-            leaves.clear();
-            hover.CollectHoverLeaves(rectangle, object, viewport, leaves);
-            if (leaves.empty()) continue;
-            const float* points = viewport->GetScreenCache(mesh).points.data();
-            const auto& visible = mesh->GetVisiblePolygons();
-            for (int leaf : leaves)
-                for (int i = mesh->GetLeaves()[leaf]->FirstPolygon; i < mesh->GetLeaves()[leaf]->EndPolygon; ++i) {
-                    const int p = visible[i], count = mesh->GetPolygonVertexCount(p);
-                    const auto corner = [&](int k) {
-                        return points + static_cast<size_t>(mesh->GetPolygonVertex(p, k)) * 3;
-                    };
-                    for (int k = 2; k < count; ++k) {
-                        double z;
-                        if (!HitTriangle(corner(0), corner(k - 1), corner(k), x, y, object->RenderDoubleSided, z) ||
-                            !(z < nearest))
-                            continue;
-                        nearest = z;
-                        cachedPickHit = true;
-                        cachedPickObjectID = object->GetID();
-                        cachedPick.polygon = p;
-                    }
-                }
-        }
-        const float place[3] = {x, y, static_cast<float>(nearest)};
-        if (cachedPickHit) MatrixTransformPoint(viewport->r4s.camera.clipToWorld, place, cachedPick.point);
-        cachedPickValid = true;
-        cachedPickViewport = viewport;
-        cachedPickPlace[0] = x;
-        cachedPickPlace[1] = y;
-    }
-    if (!cachedPickHit) return false;
-    out = cachedPick;
-    out.object = QLM_FindByID<QLM_Object>(cachedPickObjectID);
-    return out.object != nullptr;
 }

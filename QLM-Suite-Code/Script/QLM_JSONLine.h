@@ -41,7 +41,8 @@ class QLM_JSONLine {
     }
     QLM_JSONLine& Numbers(const char* key, const float* values, int count) {
         Key(key);
-        for (int i = 0; i < count; ++i) std::fprintf(file, "%s%.9g", i ? ", " : "[", values[i]);
+        std::fputc('[', file);
+        for (int i = 0; i < count; ++i) std::fprintf(file, "%s%.9g", i ? ", " : "", values[i]);
         std::fputc(']', file);
         return *this;
     }

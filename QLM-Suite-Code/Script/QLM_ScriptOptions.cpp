@@ -2,6 +2,7 @@
 
 #include "Engine/QLM_Engine.h"
 #include "FileInterchange/QLM_IOManager.h"
+#include "Geometry/QLM_UtilityManager.h"
 #include "Rendering/QLM_CullingManager.h"
 #include "Script/QLM_ScriptState.h"
 #include "Tools/QLM_ToolManager.h"
@@ -51,6 +52,7 @@ bool QLM_SetScriptOption(const std::string& key, const std::string& value, std::
     const FloatOption floats[] = {
         {"fadeFalloff", &fade.Falloff, 0.0f, 1.0f},
         {"fadeCutoff", &fade.Cutoff, 0.0f, 1.0f},
+        {"WeldThreshold", &QLM_UtilityManager::WeldThreshold, 0.0f, 30.0f},
     };
     for (const FloatOption& option : floats) {
         if (key != option.key) continue;

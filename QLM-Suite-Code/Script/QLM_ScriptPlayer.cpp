@@ -23,6 +23,10 @@ const QLM_ScriptTable& Table() {
         QLM_AddViewStatements(t);
         QLM_AddInputStatements(t);
         QLM_AddItemStatements(t);
+        QLM_AddMeshStatements(t);
+        QLM_AddSelectionStatements(t);
+        QLM_AddGroupStatements(t);
+        QLM_AddMorphStatements(t);
         QLM_AddReportStatement(t);
         return t;
     }();

@@ -48,6 +48,15 @@ uint64_t HashPolygons(const QLM_Mesh& mesh) {
     return hash;
 }
 
+/// Over the normal of each corner of each polygon.
+uint64_t HashCornerNormals(const QLM_Mesh& mesh) {
+    uint64_t hash = QLM_HashStart;
+    for (int p = 0; p < mesh.GetPCount(); ++p)
+        for (int i = 0; i < mesh.GetPolygonVertexCount(p); ++i)
+            hash = QLM_Hash(mesh.GetCornerNormal(p, i), 3 * sizeof(float), hash);
+    return hash;
+}
+
 void ReportMesh(FILE* out, QLM_Object* object) {
     QLM_Mesh* mesh = object->GetMesh();
     long long openEdges = 0, openVertices = 0, seamVertices = 0;
@@ -71,6 +80,8 @@ void ReportMesh(FILE* out, QLM_Object* object) {
         .Hash("vertex_hash", QLM_Hash(mesh->Vertices.GetData(), bytes))
         .Hash("resolved_hash", QLM_Hash(mesh->ResolvedVertices.GetData(), bytes))
         .Hash("normal_hash", QLM_Hash(mesh->VertexNormals.GetData(), bytes))
+        .Integer("normals", mesh->Normals.GetCount())
+        .Hash("corner_normal_hash", HashCornerNormals(*mesh))
         .Hash("polygon_hash", HashPolygons(*mesh));
 }
 
@@ -192,6 +203,8 @@ bool Report(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
     if (what == "objects") ReportObjects(state.reports);
     else if (what == "maps") ReportMaps(state.reports);
     else if (what == "materials") ReportMaterials(state.reports);
+    else if (what == "morphs") QLM_ReportMorphs(state.reports);
+    else if (what == "groups") QLM_ReportGroups(state.reports);
     else if (what == "tools") ReportTools(state.reports);
     else if (what == "viewports") ReportViewports(state.reports);
     else if (what == "commands") ReportCommands(state.reports);
@@ -201,8 +214,8 @@ bool Report(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
             .Integer("peak_bytes", StatusBytes("VmHWM:"))
             .Integer("parked_bytes", static_cast<long long>(QLM_VirtualMemory_StoredBytes()));
     else {
-        error = "report takes objects, mesh NAME, maps, materials, tools, viewports, commands or memory, not \"" +
-                what + "\"";
+        error = "report takes objects, mesh NAME, maps, materials, morphs, groups, tools, viewports, commands or "
+                "memory, not \"" + what + "\"";
         return false;
     }
     return true;

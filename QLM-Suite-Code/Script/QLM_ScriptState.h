@@ -33,10 +33,22 @@ using QLM_ScriptTable = std::map<std::string, QLM_ScriptStatement>;
 void QLM_AddViewStatements(QLM_ScriptTable& table);
 void QLM_AddInputStatements(QLM_ScriptTable& table);
 void QLM_AddItemStatements(QLM_ScriptTable& table);
+void QLM_AddMeshStatements(QLM_ScriptTable& table);
+void QLM_AddSelectionStatements(QLM_ScriptTable& table);
+void QLM_AddGroupStatements(QLM_ScriptTable& table);
+void QLM_AddMorphStatements(QLM_ScriptTable& table);
 void QLM_AddReportStatement(QLM_ScriptTable& table);
+
+/// One JSON line for each display group, by column.
+void QLM_ReportGroups(FILE* out);
 
 /// Finds "NAME" or "NAME#2"; null with a reason that lists what there is.
 QLM_Object* QLM_FindScriptObject(const std::string& word, std::string& error);
+/// Splits "OBJECT/NAME" into the object and the name inside it; a plain NAME means the current object. Null with a
+/// reason.
+QLM_Object* QLM_FindScriptObjectOf(const std::string& word, std::string& name, std::string& error);
 QLM_MaterialMapSource* QLM_FindScriptMap(const std::string& word, std::string& error);
+/// `report morphs`: a line for each morph of each object.
+void QLM_ReportMorphs(FILE* out);
 /// Sets an option by its key in the settings or project file; false with a reason.
 bool QLM_SetScriptOption(const std::string& key, const std::string& value, std::string& error);

@@ -56,8 +56,9 @@ bool Object(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
         error = LastMessage("the file " + path + " can't be written");
         return false;
     }
-    QLM_Object* object = words.size() == 2 ? QLM_FindScriptObject(words[1], error) : nullptr;
-    if (words.size() != 2) error = "object takes a name, or export, a name and a path";
+    const bool named = words.size() == 2 || (words.size() == 3 && words[1] == "select");
+    QLM_Object* object = named ? QLM_FindScriptObject(words.back(), error) : nullptr;
+    if (!named) error = "object takes a name, or export, a name and a path";
     if (!object) return false;
     QLM_GetManagers().GetObjectManager()->SetCurrentObject(object);
     return true;
@@ -76,20 +77,28 @@ bool Map(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& erro
 }
 
 bool Material(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) {
-    std::string name, known;
+    if (words.size() == 3 && words[1] != "select") {
+        error = "material takes a name";
+        return false;
+    }
+    const std::string& word = words.back();
+    std::string name = word, known;
     int occurrence;
-    QLM_SplitOccurrence(words[1], name, occurrence);
+    QLM_Object* owner = nullptr; // any object's, without one named
+    if (word.find('/') != std::string::npos && !(owner = QLM_FindScriptObjectOf(word, name, error))) return false;
+    QLM_SplitOccurrence(std::string(name), name, occurrence);
     QLM_Material* found = nullptr;
     QLM_List<QLM_Material*> all;
     for (auto objects = QLM_GetManagers().GetObjectManager()->GetObjects(false); !objects.IsEmpty(); objects.Pop())
         if (QLM_Mesh* mesh = objects->GetMesh())
-            for (QLM_Material* material : mesh->GetMaterials()) all.Add(material);
-    for (QLM_Material* material : all) {
-        known += (known.empty() ? "" : ", ") + std::string(material->GetName());
-        if (material->GetName() == name && --occurrence == 0) found = material;
-    }
+            for (QLM_Material* material : mesh->GetMaterials()) {
+                all.Add(material);
+                if (owner && owner != objects.front()) continue;
+                known += (known.empty() ? "" : ", ") + std::string(material->GetName());
+                if (material->GetName() == name && --occurrence == 0) found = material;
+            }
     if (!found) {
-        error = "there is no material \"" + words[1] + "\"; there are: " + known;
+        error = "there is no material \"" + word + "\"; there are: " + known;
         return false;
     }
     for (QLM_Material* material : all) material->SetMarked(material == found);
@@ -152,6 +161,15 @@ QLM_Object* QLM_FindScriptObject(const std::string& word, std::string& error) {
     return nullptr;
 }
 
+QLM_Object* QLM_FindScriptObjectOf(const std::string& word, std::string& name, std::string& error) {
+    const size_t slash = word.find('/'); // names bear none
+    name = slash == std::string::npos ? word : word.substr(slash + 1);
+    if (slash != std::string::npos) return QLM_FindScriptObject(word.substr(0, slash), error);
+    QLM_Object* object = QLM_GetManagers().GetObjectManager()->GetCurrentObject();
+    if (!object) error = "there is no object";
+    return object;
+}
+
 QLM_MaterialMapSource* QLM_FindScriptMap(const std::string& word, std::string& error) {
     std::string name;
     int occurrence;
@@ -170,7 +188,7 @@ void QLM_AddItemStatements(QLM_ScriptTable& table) {
     table["command"] = {1, 2, Command};
     table["object"] = {1, 3, Object};
     table["map"] = {3, 3, Map};
-    table["material"] = {1, 1, Material};
+    table["material"] = {1, 2, Material};
     table["tool"] = {1, 1, Tool};
     table["set"] = {2, 2, Set};
     table["option"] = {2, 2, Option};

@@ -118,6 +118,19 @@ TEST(MeshLookups, RandomMeshesAgreeWithRecount) {
     }
 }
 
+TEST(MeshLookups, GreatDoubledAndDegeneratePolygons) {
+    QLM_RandomGenerator random(5);
+    std::vector<float> vertices;
+    for (int i = 0; i < 3 * 150; ++i) vertices.push_back(RandomPart(random));
+    Corners great;
+    for (int i = 0; i < QLM_MaximumCorners; ++i) great.emplace_back(random.Next(140), -1);
+    CompareWithRecount(
+        *MakeMesh(vertices, {}, {great, Plain({3, 4, 5}), Plain({3, 4, 5}), Plain({5, 4, 3}), Plain({7, 7}),
+                                 Plain({8, 8, 8}), Plain({9}), Plain({}), Plain({10, 11, 10, 11})}));
+    CompareWithRecount(*MakeMesh({1, 2, 3}, {}, {}));
+    CompareWithRecount(*MakeMesh({}, {}, {}));
+}
+
 TEST(MeshLookups, WeldedMeshIsSeenThroughItsMap) {
     MeshOwner mesh = MakeRandomMesh(7, true);
     mesh->SetWeldTarget(5, 2);

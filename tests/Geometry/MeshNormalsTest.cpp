@@ -21,6 +21,118 @@ TEST(MeshNormals, PolygonsAndVerticesOfACube) {
     EXPECT_EQ(Direction(cube->SavedVertexNormals[3]), Direction(cube->VertexNormals[3]));
 }
 
+namespace {
+using Vector = std::array<double, 3>;
+
+double Length(const Vector& v) { return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]); }
+Vector Unit(Vector v) {
+    const double length = Length(v);
+    for (double& x : v) x = length > 0 ? x / length : 0;
+    return v;
+}
+void AddTo(Vector& sum, const Vector& v) {
+    for (int k = 0; k < 3; ++k) sum[k] += v[k];
+}
+double DotOf(const Vector& a, const Vector& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+
+/// Newell's sum over the edges.
+Vector NewellNormal(const QLM_Mesh& mesh, int p) {
+    Vector sum{};
+    const int count = mesh.GetPolygonVertexCount(p);
+    for (int i = 0; i < count; ++i) {
+        const float* a = mesh.ResolvedVertices[mesh.GetPolygonVertex(p, i)];
+        const float* b = mesh.ResolvedVertices[mesh.GetPolygonVertex(p, (i + 1) % count)];
+        for (int k = 0; k < 3; ++k) {
+            const int x = (k + 1) % 3, y = (k + 2) % 3;
+            sum[k] += (static_cast<double>(a[x]) - b[x]) * (static_cast<double>(a[y]) + b[y]);
+        }
+    }
+    return Unit(sum);
+}
+
+/// The normal of each corner of v, by the number of its polygon in v's row.
+std::vector<Vector> CornerNormals(const std::vector<Vector>& row, double degrees) {
+    const double threshold = std::cos(degrees * 3.14159265358979 / 180);
+    std::vector<Vector> result(row.size());
+    std::vector<bool> assigned(row.size());
+    for (size_t seed = 0; seed < row.size(); ++seed) {
+        if (assigned[seed]) continue;
+        std::vector<size_t> members;
+        Vector sum{};
+        for (size_t k = seed; k < row.size(); ++k)
+            if (k == seed || (!assigned[k] && DotOf(row[seed], row[k]) > threshold)) {
+                members.push_back(k);
+                assigned[k] = true;
+                AddTo(sum, row[k]);
+            }
+        for (const size_t k : members) result[k] = Unit(sum);
+    }
+    return result;
+}
+} // namespace
+
+TEST(MeshNormals, RandomMeshesAgreeWithAnIndependentComputation) {
+    for (uint32_t seed = 1; seed <= 4; ++seed) {
+        MeshOwner mesh = MakeRandomMesh(seed, false, 120, 200);
+        QLM_RandomGenerator random(seed);
+        for (int v = 0; v < 120; ++v)
+            for (int k = 0; k < 3; ++k) mesh->ResolvedVertices[v][k] = RandomPart(random);
+        const float degrees = 20.0f + 25.0f * static_cast<float>(seed);
+        mesh->SetMaxSmoothingAngle(degrees);
+        mesh->RebuildNormalIndices();
+        mesh->CalculateNormals(true);
+        std::vector<Vector> normals;
+        for (int p = 0; p < 200; ++p) {
+            normals.push_back(NewellNormal(*mesh, p));
+            ExpectNear(mesh->PolygonNormals[p], static_cast<float>(normals[p][0]), static_cast<float>(normals[p][1]),
+                       static_cast<float>(normals[p][2]));
+        }
+        int compared = 0;
+        for (int v = 0; v < 120; ++v) {
+            Vector sum{};
+            std::vector<Vector> row;
+            bool twice = false;
+            for (int i = 0; i < mesh->GetVertexPolygonCount(v); ++i) {
+                row.push_back(normals[mesh->GetVertexPolygon(v, i)]);
+                AddTo(sum, row.back());
+                twice = twice || (i > 0 && mesh->GetVertexPolygon(v, i) == mesh->GetVertexPolygon(v, i - 1));
+            }
+            if (Length(sum) < 0.01) continue; // cancels out but for rounding
+            sum = Unit(sum);
+            ExpectNear(mesh->VertexNormals[v], static_cast<float>(sum[0]), static_cast<float>(sum[1]),
+                       static_cast<float>(sum[2]));
+            if (twice) continue; // the corner has the normal of its last turn
+            const std::vector<Vector> expected = CornerNormals(row, degrees);
+            for (size_t k = 0; k < row.size(); ++k) {
+                const int p = mesh->GetVertexPolygon(v, static_cast<int>(k));
+                for (int i = 0; i < mesh->GetPolygonVertexCount(p); ++i) {
+                    if (mesh->GetPolygonVertex(p, i) != v) continue;
+                    ExpectNear(mesh->GetCornerNormal(p, i), static_cast<float>(expected[k][0]),
+                               static_cast<float>(expected[k][1]), static_cast<float>(expected[k][2]));
+                    ++compared;
+                }
+            }
+        }
+        EXPECT_GT(compared, 300);
+    }
+}
+
+TEST(MeshNormals, SelectedVerticesAlone) {
+    MeshOwner mesh = MakeCube();
+    // Turn it inside out.
+    for (int v = 0; v < 8; ++v) std::swap(mesh->ResolvedVertices[v][0], mesh->ResolvedVertices[v][2]);
+    const std::vector<float> before = Direction(mesh->VertexNormals[6]);
+    mesh->AllocateWeights();
+    *mesh->VertexWeights[1] = 1.0f; // polygons 0, 2 and 5
+    mesh->Invalidate();
+    mesh->RecalculateNormalsForSelectedVertices();
+    const float third = 1.0f / std::sqrt(3.0f);
+    ExpectNear(mesh->PolygonNormals[0], 1, 0, 0);
+    ExpectNear(mesh->PolygonNormals[1], 0, 0, 1); // the others are as they were
+    ExpectNear(mesh->VertexNormals[1], third, third, -third);
+    EXPECT_EQ(Direction(mesh->VertexNormals[6]), before);
+}
+
 TEST(MeshNormals, DegeneratePolygonsAndHugeSizes) {
     // Two corners, one corner, a doubled corner, a concave quad, and one whose squares overflow.
     MeshOwner mesh = MakeMesh({0, 0, 0, 4, 0, 0, 1, 1, 0, 0, 4, 0, 9, 9, 9, 1e20f, 0, 0, 0, 1e20f, 0}, {},

@@ -6,6 +6,7 @@
 #include "Core/Threads/QLM_ThreadCruncher.h"
 #include "Geometry/QLM_CornerPools.h"
 
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -54,6 +55,56 @@ TEST(MeshRawBuild, BadCornersAndNumbersAreRepaired) {
 
     MeshOwner plain = MakeMesh(square, {}, {{{0, 7}, {1, 0}, {2, -3}}});
     for (int i = 0; i < 3; ++i) EXPECT_EQ(plain->GetPolygonTextureVertex(0, i), -1);
+}
+
+TEST(MeshRawBuild, AnythingThatAnImportBringsIsMended) {
+    QLM_RandomGenerator random(23);
+    for (int round = 0; round < 60; ++round) {
+        const int vertexCount = static_cast<int>(random.Next(round % 5 ? 40 : 3));
+        const int uvCount = static_cast<int>(random.Next(9));
+        std::vector<float> vertices, uvs;
+        for (int i = 0; i < 3 * vertexCount; ++i)
+            vertices.push_back(random.Next(9) ? static_cast<float>(random.Next(5)) : HUGE_VALF);
+        for (int i = 0; i < 2 * uvCount; ++i) uvs.push_back(0.125f * static_cast<float>(random.Next(8)));
+        std::vector<Corners> polygons(random.Next(round % 7 ? 60 : 1));
+        for (Corners& corners : polygons) {
+            for (uint32_t n = random.Next(150) ? random.Next(7) : 1000; n > 0; --n)
+                corners.emplace_back(static_cast<int>(random.Next(vertexCount + 2)) - 1,
+                                     static_cast<int>(random.Next(uvCount + 2)) - 1);
+            if (random.Next(4) == 0) corners = polygons[0]; // doubled
+        }
+        MeshOwner mesh = MakeMesh(vertices, uvs, polygons);
+
+        // Only corners of vertices that exist are left, in their order; each has a texture vertex if there is any.
+        std::vector<std::vector<int>> polygonsOf(vertexCount);
+        std::vector<std::set<int>> neighbors(vertexCount);
+        int visible = 0;
+        for (int p = 0; p < mesh->GetPCount(); ++p) {
+            Corners kept;
+            for (const auto& [v, t] : polygons[p])
+                if (v >= 0 && v < vertexCount) kept.emplace_back(v, t >= 0 && t < uvCount ? t : uvCount ? 0 : -1);
+            ASSERT_EQ(mesh->GetPolygonVertexCount(p), static_cast<int>(kept.size()));
+            visible += !kept.empty();
+            for (int i = 0; i < static_cast<int>(kept.size()); ++i) {
+                EXPECT_EQ(mesh->GetPolygonRawVertex(p, i), kept[i].first);
+                EXPECT_EQ(mesh->GetPolygonTextureVertex(p, i), kept[i].second);
+                polygonsOf[kept[i].first].push_back(p);
+                for (const auto& [other, t] : kept)
+                    if (other != kept[i].first) neighbors[kept[i].first].insert(other);
+            }
+        }
+        EXPECT_EQ(mesh->GetVisiblePolygonCount(), visible);
+        for (int v = 0; v < vertexCount; ++v) {
+            ASSERT_EQ(mesh->GetVertexPolygonCount(v), static_cast<int>(polygonsOf[v].size()));
+            for (int i = 0; i < mesh->GetVertexPolygonCount(v); ++i)
+                EXPECT_EQ(mesh->GetVertexPolygon(v, i), polygonsOf[v][i]);
+            EXPECT_EQ(mesh->GetVertexNeighborCount(v), static_cast<int>(neighbors[v].size()));
+            for (int k = 0; k < 3; ++k)
+                EXPECT_TRUE(std::isfinite(mesh->VertexNormals[v][k]) && mesh->Vertices[v][k] < 5.0f);
+        }
+        mesh->AfterRawBuild(); // mended already
+        EXPECT_EQ(mesh->GetVisiblePolygonCount(), visible);
+    }
 }
 
 TEST(MeshRawBuild, EmptyMeshesAndDefaults) {

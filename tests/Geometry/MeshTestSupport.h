@@ -10,6 +10,9 @@
 
 #include <set>
 
+/// A number of 0..1, without 1.
+inline float RandomPart(QLM_RandomGenerator& random) { return static_cast<float>(random.Next(1u << 24)) / (1u << 24); }
+
 /// Corners as (vertex, texture vertex).
 using Corners = std::vector<std::pair<int, int>>;
 using MeshOwner = QLM_Owned<QLM_Mesh>;

@@ -2,7 +2,6 @@
 
 #include "MeshTestSupport.h"
 
-#include "Geometry/QLM_UtilityManager.h"
 #include "Geometry/QLM_ObjectManager.h"
 
 namespace {
@@ -110,6 +109,51 @@ TEST(MeshGroups, NamesThatAreWordsOfOtherNames) {
     EXPECT_EQ(mesh->GetGroup(3)->SharedWithEarlier, (Bits{true, true, false}));
 }
 
+TEST(MeshGroups, VerticesByTheTableOfNames) {
+    // Names of one to three words out of a few, so that many are words of others and some occur twice.
+    QLM_RandomGenerator random(5);
+    const char* const words[] = {"left", "Right", "ARM", "arm", "armor", "Hand", "thumb", "1", "2", ""};
+    MeshOwner mesh = MakeRandomMesh(3, false, 300, 600);
+    std::vector<std::string> names;
+    for (int g = 0; g < 172; ++g) {
+        std::string name;
+        for (uint32_t n = random.Next(4); n > 0; --n)
+            name += (name.empty() ? "" : random.Next(2) ? " " : "\t") + std::string(words[random.Next(10)]);
+        auto* group = new QLM_Group2;
+        group->SetNameText(name);
+        mesh->AddGroup(group);
+        for (char& c : name) c = static_cast<char>(std::tolower(c));
+        names.push_back(name);
+    }
+    for (int p = 0; p < mesh->GetPCount(); ++p) mesh->SetPolygonGroup(p, random.Next(173)); // the last is no group
+    mesh->ResolveGroupVertexMaps();
+
+    const auto isWordOf = [](const std::string& word, const std::string& name) {
+        const std::string framed = " " + name + " ", blanks = " \t";
+        for (size_t i = 1; i + word.size() < framed.size(); ++i)
+            if (framed.compare(i, word.size(), word) == 0 && blanks.find(framed[i - 1]) != std::string::npos &&
+                blanks.find(framed[i + word.size()]) != std::string::npos)
+                return true;
+        return false;
+    };
+    const int first = mesh->GetGroupCount() - 172; // behind the default group
+    ASSERT_EQ(first, 1);
+    std::set<int32_t> taken(mesh->GetGroup(0)->Vertices.begin(), mesh->GetGroup(0)->Vertices.end());
+    for (int b = 0; b < 172; ++b) {
+        std::set<int32_t> expected;
+        for (int p = 0; p < mesh->GetPCount() && !names[b].empty(); ++p) {
+            const int a = mesh->GetPolygon(p).group - first;
+            if (a < 0 || a >= 172 || (a != b && !isWordOf(names[b], names[a]))) continue;
+            for (int i = 0; i < mesh->GetPolygonVertexCount(p); ++i) expected.insert(mesh->GetPolygonVertex(p, i));
+        }
+        const QLM_Group2& group = *mesh->GetGroup(first + b);
+        ASSERT_EQ(group.Vertices, std::vector<int32_t>(expected.begin(), expected.end())) << b << ": " << names[b];
+        ASSERT_EQ(group.SharedWithEarlier.size(), expected.size());
+        for (size_t i = 0; i < expected.size(); ++i)
+            ASSERT_EQ(group.SharedWithEarlier[i], !taken.insert(group.Vertices[i]).second) << b << ' ' << i;
+    }
+}
+
 TEST(MeshMaterials, MapListsHoldThePolygonsOfTheirMaterials) {
     MeshOwner mesh = MakeCube();
     auto* second = new QLM_Material;
@@ -125,18 +169,4 @@ TEST(MeshMaterials, MapListsHoldThePolygonsOfTheirMaterials) {
     second->FindChannel("Bump")->MapBindingID = 0;
     mesh->UpdateMapPolygonList(binding);
     EXPECT_TRUE(binding->polygons.empty());
-}
-
-TEST(UniqueNames, OneMoreThanTheGreatestNumber) {
-    using List = std::vector<std::string>;
-    const auto unique = QLM_UtilityManager::GetUniqueName;
-    EXPECT_EQ(unique(List{}, "Morph", ""), "Morph");
-    EXPECT_EQ(unique(List{"Morph"}, "Morph", ""), "Morph (1)");
-    EXPECT_EQ(unique(List{"Morph", "Morph (7)", "Morph (2)"}, "Morph", ""), "Morph (8)");
-    EXPECT_EQ(unique(List{"Morph (3)"}, "Morph", ""), "Morph"); // only the exact name takes it
-    EXPECT_EQ(unique(List{"Morph", "Morph (x)", "Morph(5)", "Morph (6) ", "Morph ()", "Morphs (9)"}, "Morph", ""),
-              "Morph (1)");
-    EXPECT_EQ(unique(List{"Morph", "Morph (99999999999)"}, "Morph", ""), "Morph (1)");
-    EXPECT_EQ(unique(List{"skin.png", "skin (4).png", "skin (9).jpg"}, "skin", "png"), "skin (5).png");
-    EXPECT_EQ(unique(List{"skin.png"}, "skin.png", "png"), "skin (1).png");
 }

@@ -1,3 +1,6 @@
+#include "Geometry/QLM_OctreeIterator.h"
+#include "Geometry/QLM_PointBox.h"
+#include "Math/QLM_Matrix.h"
 #include "MeshTestSupport.h"
 
 namespace {
@@ -170,4 +173,101 @@ TEST(Octree, TouchedRangesReachTheRoot) {
     const float between[4] = {0.45f, 0.0f, 0.55f, 1.0f};
     mesh->TouchUVRange(between);
     EXPECT_FALSE(mesh->GetRoot()->Flags & eNode_Touched);
+}
+
+namespace {
+/// What a walk yields, compared with all leaves whose box (or its reflection) passes a plain test.
+template <class Test> void CheckWalk(QLM_Mesh& mesh, const QLM_OctreeCull& cull, Test test) {
+    using Element = QLM_OctreeIterator::Element;
+    std::vector<int> vertices, polygons, wantedVertices, wantedPolygons;
+    QLM_OctreeIterator overVertices(mesh, Element::Vertices, cull), overPolygons(mesh, Element::Polygons, cull);
+    for (int v = overVertices.Begin(); v >= 0; v = overVertices.Next()) vertices.push_back(v);
+    for (int p = overPolygons.Begin(); p >= 0; p = overPolygons.Next()) {
+        polygons.push_back(p);
+        EXPECT_EQ(overPolygons.GetLeaf(), mesh.GetLeaves()[mesh.GetLeafOfPolygon(p)]);
+    }
+    EXPECT_EQ(overVertices.Next(), -1);
+    for (const Node* leaf : mesh.GetLeaves()) {
+        QLM_PointBox box, mirrored;
+        for (int i = 0; i < 8; ++i) {
+            float corner[3];
+            for (int k = 0; k < 3; ++k) corner[k] = i >> k & 1 ? leaf->BoundsMax[k] : leaf->BoundsMin[k];
+            box.Add(corner);
+            corner[cull.SymmetryAxis] = 2 * cull.SymmetryOffset - corner[cull.SymmetryAxis];
+            mirrored.Add(corner);
+        }
+        if (!test(box) && !(cull.Symmetric && test(mirrored))) continue;
+        for (int i = leaf->FirstVertex; i < leaf->EndVertex; ++i)
+            wantedVertices.push_back(mesh.GetVisibleVertices()[i]);
+        for (int i = leaf->FirstPolygon; i < leaf->EndPolygon; ++i)
+            wantedPolygons.push_back(mesh.GetVisiblePolygons()[i]);
+    }
+    EXPECT_EQ(vertices, wantedVertices);
+    EXPECT_EQ(polygons, wantedPolygons);
+    const size_t all = static_cast<size_t>(mesh.GetVisibleVertexCount());
+    EXPECT_TRUE(!vertices.empty() && vertices.size() < all) << vertices.size() << " of " << all;
+}
+
+/// The box's corners on the screen meet a rectangle, to within a margin.
+bool MeetsOnScreen(const QLM_PointBox& box, const float* matrix, const float* rectangle, float margin) {
+    QLM_PointBox screen;
+    for (int i = 0; i < 8; ++i) {
+        float corner[3];
+        for (int k = 0; k < 3; ++k) corner[k] = i >> k & 1 ? box.max[k] : box.min[k];
+        MatrixTransformPoint(matrix, corner, corner);
+        screen.Add(corner);
+    }
+    return screen.max[0] >= rectangle[0] - margin && screen.max[1] >= rectangle[1] - margin &&
+           screen.min[0] <= rectangle[2] + margin && screen.min[1] <= rectangle[3] + margin;
+}
+} // namespace
+
+TEST(Octree, WalksOverTheLeavesThatPass) {
+    MeshOwner mesh = MakeRandomMesh(9, true, 400, 250);
+    QLM_OctreeCull cull;
+    float turn[16];
+    MatrixRotation(turn, 1, 0.7f);
+    MatrixRotation(cull.ModelToClip, 0, 0.4f);
+    float matrix[16];
+    MatrixMultiply(turn, cull.ModelToClip, matrix);
+    matrix[12] = 1.3f; // most of it beyond the right edge
+    matrix[13] = 0.4f;
+    std::copy_n(matrix, 16, cull.ModelToClip);
+    const float view[4] = {-1, -1, 1, 1}, brush[4] = {0.2f, 0.1f, 0.4f, 0.2f}, centre[3] = {-0.8f, -0.7f, 0.6f};
+    const auto nearSphere = [&](const QLM_PointBox& box) {
+        float squared = 0;
+        for (int k = 0; k < 3; ++k) {
+            const float outside = std::max({0.0f, box.min[k] - centre[k], centre[k] - box.max[k]});
+            squared += outside * outside;
+        }
+        return squared <= 0.09f;
+    };
+    cull.ByView = true;
+    CheckWalk(*mesh, cull, [&](const QLM_PointBox& b) { return MeetsOnScreen(b, matrix, view, 0); });
+    cull.ByRectangle = true;
+    std::copy_n(brush, 4, cull.Rectangle);
+    const auto underBrush = [&](const QLM_PointBox& b) {
+        return MeetsOnScreen(b, matrix, view, 0) && MeetsOnScreen(b, matrix, brush, 0.01f);
+    };
+    CheckWalk(*mesh, cull, underBrush);
+    cull.Symmetric = true;
+    cull.SymmetryOffset = 0.1f;
+    CheckWalk(*mesh, cull, underBrush);
+    cull.ByView = cull.ByRectangle = false;
+    cull.BySphere = true;
+    std::copy_n(centre, 3, cull.SphereCentre);
+    cull.SphereRadius = 0.3f;
+    CheckWalk(*mesh, cull, nearSphere);
+
+    // Without a switch everything comes, once; with nothing visible the walk ends at once.
+    QLM_OctreeIterator all(*mesh, QLM_OctreeIterator::Element::Polygons, {});
+    std::set<int> seen;
+    int count = 0;
+    for (int p = all.Begin(); p >= 0; p = all.Next(), ++count) seen.insert(p);
+    EXPECT_EQ(count, 250);
+    EXPECT_EQ(seen.size(), 250u);
+    for (int p = 0; p < 250; ++p) mesh->SetPolygonFlag(p, ePFlag_Hidden);
+    mesh->InvalidateVisibleLists();
+    QLM_OctreeIterator none(*mesh, QLM_OctreeIterator::Element::Vertices, {});
+    EXPECT_EQ(none.Begin(), -1);
 }

@@ -1,6 +1,7 @@
 #include "Core/OS/QLM_OS.h"
 #include "Core/TextStream/QLM_TextStream.h"
 #include "Engine/QLM_Events.h"
+#include "Geometry/QLM_UtilityManager.h"
 #include "Rendering/RenderingScene.h"
 
 #include <gtest/gtest.h>
@@ -274,6 +275,39 @@ TEST(ViewportManager, PicksTheNearestFrontFace) {
     scene.Manager().DropPickCache();
     EXPECT_TRUE(scene.Manager().Pick(&scene.View(), -0.2f, 0.5f, hit));
     EXPECT_EQ(hit.object, near);
+}
+
+TEST(ViewportManager, ClickedPointsSnapAndFollowTheShape) {
+    RenderingScene scene(512, 512);
+    QLM_Object* quad = scene.AddQuad(0.0f);
+    scene.SetFrontView(); // a pixel is 1/512, the quad fills the picture
+    QLM_UtilityManager utility;
+    float point[3];
+    ASSERT_TRUE(utility.GetClickedOnPoint(point, &scene.View(), 0.5f, -0.25f, false, false));
+    ExpectNear(point, {0.25f, -0.125f, 0.0f});
+    EXPECT_FALSE(utility.GetClickedOnPoint(point, &scene.View(), 0.0f, 0.1f, true, false)); // far from any corner
+    ASSERT_TRUE(utility.GetClickedOnPoint(point, &scene.View(), 0.9f, 0.95f, true, false));
+    ExpectNear(point, {0.5f, 0.5f, 0.0f});
+
+    // Moved to the right and nearer: the former hit is forgotten, and object space takes the move away again.
+    QLM_Mesh* mesh = quad->GetMesh();
+    mesh->Transform_Pos[0] = 0.25f;
+    mesh->Transform_Pos[2] = 0.125f;
+    QLM_GetManagers().GetObjectManager()->OnShapeChanged(quad, true, true, true);
+    ASSERT_TRUE(utility.GetClickedOnPoint(point, &scene.View(), 0.5f, -0.25f, false, false));
+    ExpectNear(point, {0.25f, -0.125f, 0.125f});
+    ASSERT_TRUE(utility.GetClickedOnPoint(point, &scene.View(), 0.5f, -0.25f, false, true));
+    ExpectNear(point, {0.0f, -0.125f, 0.0f});
+    EXPECT_FALSE(utility.GetClickedOnPoint(point, &scene.View(), -0.9f, 0.0f, false, true));
+
+    int vertex, edge;
+    float a[2], b[2];
+    mesh->SetVertexFlag(0, eVFlag_Locked);
+    utility.GetClosestEdgeOrVertexFromViewport(mesh, &scene.View(), 0, -0.5f, -0.9f, vertex, edge, a, b, true, true);
+    EXPECT_EQ(vertex, -1);
+    EXPECT_EQ(edge, 2); // from corner 2 to 3, the only other one is farther
+    EXPECT_FLOAT_EQ(a[0], 1.5f);
+    EXPECT_FLOAT_EQ(b[0], -0.5f);
 }
 
 } // namespace

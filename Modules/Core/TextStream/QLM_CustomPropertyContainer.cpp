@@ -157,6 +157,9 @@ bool QLM_CustomPropertyContainer::LoadFromStream_Text_ConsiderCommand(FILE* stre
     property->flags = Saved;
     // A damaged float array costs its contents, not the item that bears it.
     property->LoadFromStream_Text(stream, 0);
+    // One without a type that files can hold must not come back to them.
+    if (property->type == QLM_CustomProperty::Unknown || property->type == QLM_CustomProperty::Pointer)
+        property->flags = 0;
     if (value.empty()) return true;
     ThreadLockerScope scope(&lock);
     delete Find(value);
