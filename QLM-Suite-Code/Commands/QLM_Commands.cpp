@@ -5,6 +5,7 @@
 #include "Engine/QLM_Events.h"
 #include "Images/QLM_GL_Textures.h"
 #include "Maps/QLM_MapManager.h"
+#include "Maps/QLM_MaterialManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Rendering/QLM_CullingManager.h"
 #include "Rendering/QLM_Viewport.h"
@@ -135,6 +136,16 @@ QLM_CommandTable::QLM_CommandTable() {
         std::swap(QLM_GetEngine()->foregroundColor, QLM_GetEngine()->backgroundColor);
         QLM_PostEvent(QLM_Event_RefreshToolPanel);
     });
+
+    // Materials.
+    const std::pair<const char*, void (*)(QLM_MaterialManager&)> materials[] = {
+        {"CreateNewMaterial", [](QLM_MaterialManager& manager) { manager.CreateNewMaterial(); }},
+        {"AssignMaterialToSelection", [](QLM_MaterialManager& manager) { manager.AssignMaterialToPolygons(); }},
+        {"DeleteMaterials", [](QLM_MaterialManager& manager) { manager.DeleteMaterials(); }},
+        {"CopyMaterial", [](QLM_MaterialManager& manager) { manager.CopyMaterial(); }},
+        {"PasteMaterial", [](QLM_MaterialManager& manager) { manager.PasteMaterial(); }}};
+    for (const auto& [name, act] : materials)
+        add(name, [act = act](int) { act(*QLM_GetManagers().GetMaterialManager()); });
 
     // Pen and wheel.
     add("SetTabletVarySize", [](int) { Toggle(QLM_GetEngine()->tabletPressureVariesPseudoSize); });

@@ -23,6 +23,7 @@ const QLM_ScriptTable& Table() {
         QLM_AddViewStatements(t);
         QLM_AddInputStatements(t);
         QLM_AddItemStatements(t);
+        QLM_AddLayerStatements(t);
         QLM_AddReportStatement(t);
         return t;
     }();

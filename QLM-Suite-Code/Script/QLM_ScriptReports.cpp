@@ -86,7 +86,7 @@ void ReportMaps(FILE* out) {
             .Text("map", map->GetName())
             .Integer("width", map->GetWidth())
             .Integer("height", map->GetHeight())
-            .Integer("layers", 0)
+            .Integer("layers", static_cast<long long>(map->GetMembers().size()))
             .Text("file", map->GetMapFileName())
             .Hash("hash", hash);
     }
@@ -191,6 +191,7 @@ bool Report(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
     }
     if (what == "objects") ReportObjects(state.reports);
     else if (what == "maps") ReportMaps(state.reports);
+    else if (what == "layers") QLM_ReportLayers(state.reports);
     else if (what == "materials") ReportMaterials(state.reports);
     else if (what == "tools") ReportTools(state.reports);
     else if (what == "viewports") ReportViewports(state.reports);
@@ -201,8 +202,9 @@ bool Report(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
             .Integer("peak_bytes", StatusBytes("VmHWM:"))
             .Integer("parked_bytes", static_cast<long long>(QLM_VirtualMemory_StoredBytes()));
     else {
-        error = "report takes objects, mesh NAME, maps, materials, tools, viewports, commands or memory, not \"" +
-                what + "\"";
+        error =
+            "report takes objects, mesh NAME, maps, layers, materials, tools, viewports, commands or memory, not \"" +
+            what + "\"";
         return false;
     }
     return true;

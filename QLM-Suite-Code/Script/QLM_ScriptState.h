@@ -6,6 +6,7 @@
 
 #include <map>
 
+class QLM_Material;
 class QLM_MaterialMapSource;
 class QLM_Object;
 
@@ -34,9 +35,15 @@ void QLM_AddViewStatements(QLM_ScriptTable& table);
 void QLM_AddInputStatements(QLM_ScriptTable& table);
 void QLM_AddItemStatements(QLM_ScriptTable& table);
 void QLM_AddReportStatement(QLM_ScriptTable& table);
+void QLM_AddLayerStatements(QLM_ScriptTable& table);
+/// The verbs of `map` but for `assign`.
+bool QLM_RunMapStatement(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& error);
+/// A line for each layer, and for each map that holds something for it.
+void QLM_ReportLayers(FILE* out);
 
 /// Finds "NAME" or "NAME#2"; null with a reason that lists what there is.
 QLM_Object* QLM_FindScriptObject(const std::string& word, std::string& error);
+QLM_Material* QLM_FindScriptMaterial(const std::string& word, std::string& error);
 QLM_MaterialMapSource* QLM_FindScriptMap(const std::string& word, std::string& error);
 /// Sets an option by its key in the settings or project file; false with a reason.
 bool QLM_SetScriptOption(const std::string& key, const std::string& value, std::string& error);
