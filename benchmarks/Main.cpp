@@ -14,7 +14,6 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <string>
 #include <thread>
 
@@ -50,27 +49,6 @@ void EmptyCrunch(benchmark::State& state) {
             1000, [](const ThreadCrunchRange&) {}, "EmptyCrunch_ThreadFunc");
 }
 BENCHMARK(EmptyCrunch)->UseRealTime();
-
-/// Seconds of a command, or 0 when it isn't there.
-double CommandSeconds(const std::string& command) {
-    if (std::system("command -v assimp >/dev/null 2>&1") != 0) return 0;
-    const auto start = std::chrono::steady_clock::now();
-    if (std::system(command.c_str()) != 0) return 0;
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-void ImportMillionQuads(benchmark::State& state) {
-    const std::string path = GridFile(1000, 1000);
-    for (auto _ : state) {
-        const auto start = std::chrono::steady_clock::now();
-        QLM_Object* object = ImportForBenchmark(path, 64, 64);
-        state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-        if (!object || object->GetMesh()->GetPCount() != 1000000) state.SkipWithError("the grid did not load");
-    }
-    state.counters["peak_MB"] = PeakMegabytes();
-    state.counters["assimp_s"] = CommandSeconds("assimp info " + path + " --raw >/dev/null 2>&1");
-}
-BENCHMARK(ImportMillionQuads)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 
 void Frame(benchmark::State& state, QLM_Object* object) {
     if (!object) {

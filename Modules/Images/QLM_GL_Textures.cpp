@@ -31,15 +31,6 @@ bool DriverCompresses() {
     return compresses;
 }
 
-/// The block with its rows in the lower left of a zeroed block whose sides are powers of two.
-std::vector<uint8_t> PadBlock(const std::vector<uint8_t>& pixels, uint32_t width, uint32_t height, uint32_t paddedW,
-                              uint32_t paddedH, size_t depth) {
-    std::vector<uint8_t> padded(size_t(paddedW) * paddedH * depth);
-    for (size_t y = 0; y < height; y++)
-        memcpy(padded.data() + y * paddedW * depth, pixels.data() + y * width * depth, width * depth);
-    return padded;
-}
-
 void SetParameters(uint32_t filter) {
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
     glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
@@ -100,17 +91,23 @@ void QLM_GL_Texture::Set() {
     }
     glGenTextures(1, &TextureName);
     glBindTexture(GL_TEXTURE_2D, TextureName);
-    const uint32_t uploadW = PadToPowerOfTwo ? std::bit_ceil(Width) : Width;
-    const uint32_t uploadH = PadToPowerOfTwo ? std::bit_ceil(Height) : Height;
-    std::vector<uint8_t> padded;
-    if (uploadW != Width || uploadH != Height)
-        padded = PadBlock(Pixels, Width, Height, uploadW, uploadH, HasAlpha ? 4 : 3);
-    const uint8_t* block = padded.empty() ? Pixels.data() : padded.data();
+    uint32_t width, height;
+    const std::vector<uint8_t> block = BuildUploadBlock(width, height);
     if (HasAlpha) {
         SetParameters(Filter);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, GLsizei(uploadW), GLsizei(uploadH), 0, GL_RGBA, GL_UNSIGNED_BYTE,
-                     block);
-    } else QLM_GL_SetActualTexture(block, uploadW, uploadH, Filter, false, false);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, GLsizei(width), GLsizei(height), 0, GL_RGBA, GL_UNSIGNED_BYTE,
+                     block.data());
+    } else QLM_GL_SetActualTexture(block.data(), width, height, Filter, false, false);
+}
+
+std::vector<uint8_t> QLM_GL_Texture::BuildUploadBlock(uint32_t& width, uint32_t& height) const {
+    width = PadToPowerOfTwo ? std::bit_ceil(Width) : Width;
+    height = PadToPowerOfTwo ? std::bit_ceil(Height) : Height;
+    if (width == Width && height == Height) return Pixels;
+    const size_t depth = HasAlpha ? 4 : 3, rowBytes = Width * depth;
+    std::vector<uint8_t> padded(size_t(width) * height * depth);
+    for (size_t y = 0; y < Height; y++) memcpy(&padded[y * width * depth], &Pixels[y * rowBytes], rowBytes);
+    return padded;
 }
 
 void QLM_GL_Texture::ConvertToRGB() {
@@ -144,13 +141,18 @@ QLM_GL_Texture* QLM_GL_FindTexture(const std::string& name) {
     return found == textures->end() ? nullptr : *found;
 }
 
+std::vector<uint8_t> QLM_GL_ExpandGrey(const uint8_t* grey, size_t count) {
+    std::vector<uint8_t> color(count * 3);
+    for (size_t i = 0; i < count; i++) memset(&color[i * 3], grey[i], 3);
+    return color;
+}
+
 void QLM_GL_SetActualTexture(const uint8_t* pixels, uint32_t width, uint32_t height, uint32_t filter, bool grey,
                              bool compress) {
     if (!QLM_GL_IsAvailable()) return;
     std::vector<uint8_t> tripled;
     if (grey) {
-        tripled.resize(size_t(width) * height * 3);
-        for (size_t i = 0; i < tripled.size(); i++) tripled[i] = pixels[i / 3];
+        tripled = QLM_GL_ExpandGrey(pixels, size_t(width) * height);
         pixels = tripled.data();
     }
     SetParameters(filter);

@@ -3,20 +3,11 @@
 
 #include "Images/QLM_ImageLoader.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
-
-/// Takes the decoded rows, so that each caller gets them where it wants them without a second copy of the picture.
-class QLM_ImageSink {
-  public:
-    virtual ~QLM_ImageSink() = default;
-    /// Called once before the first row: `channels` is 3 or 4. False when there is no memory.
-    virtual bool Begin(uint32_t width, uint32_t height, int channels) = 0;
-    /// One row of width x channels bytes, counted from the top. Each row comes once.
-    virtual void SetRow(uint32_t rowFromTop, const uint8_t* samples) = 0;
-};
 
 /// An open file and what is found out about it. Readers start at its beginning.
 struct QLM_ImageSource {
@@ -27,8 +18,10 @@ struct QLM_ImageSource {
     std::string notice;
     std::string reason; ///< why the reader answered false, without the file's name
 
+    /// The first reason stands, as one line whatever a library wrote.
     bool Fail(const std::string& text) {
         if (reason.empty()) reason = text;
+        std::replace_if(reason.begin(), reason.end(), [](char c) { return uint8_t(c) < ' '; }, ' ');
         return false;
     }
     void AddNotice(const std::string& text) {
@@ -59,10 +52,20 @@ bool QLM_ReadGIF(QLM_ImageSource& source, QLM_ImageSink* sink);
 /// The formats of the toolkit: BMP, TGA and binary PNM, each checked whole before the toolkit sees it.
 bool QLM_ReadWithToolkit(QLM_ImageSource& source, QLM_ImageSink* sink);
 
-// Writers take blocks with row 0 at the bottom, `channels` 3 or 4. False when the file can't be written.
-bool QLM_WritePNG(FILE* file, const uint8_t* pixels, uint32_t width, uint32_t height, int channels);
-bool QLM_WriteJPEG(FILE* file, const uint8_t* pixels, uint32_t width, uint32_t height, int channels);
-bool QLM_WriteTIFF(FILE* file, const uint8_t* pixels, uint32_t width, uint32_t height, int channels);
-/// `extension` in lower case; false also when the toolkit can't write that format.
-bool QLM_WriteWithToolkit(FILE* file, const std::string& extension, const uint8_t* pixels, uint32_t width,
-                          uint32_t height, int channels);
+/// A picture on its way into a file.
+struct QLM_ImageRows {
+    uint32_t width, height;
+    int channels; ///< 3 or 4
+    const QLM_ImageRowFunction& fill;
+
+    size_t RowBytes() const { return size_t(width) * size_t(channels); }
+    /// The flip: files begin with the top row.
+    void Get(uint32_t rowFromTop, uint8_t* samples) const { fill(height - 1 - rowFromTop, samples); }
+};
+
+// Writers. False when the file can't be written.
+bool QLM_WritePNG(FILE* file, const QLM_ImageRows& image);
+bool QLM_WriteJPEG(FILE* file, const QLM_ImageRows& image);
+bool QLM_WriteTIFF(FILE* file, const QLM_ImageRows& image);
+/// `extension` in lower case; false also when the toolkit can't write that format. Holds the whole picture.
+bool QLM_WriteWithToolkit(FILE* file, const std::string& extension, const QLM_ImageRows& image);

@@ -1,5 +1,6 @@
 #include "Images/QLM_ImageFormats.h"
 
+#include <algorithm>
 #include <csetjmp>
 #include <cstddef>
 #include <cstdio>
@@ -135,8 +136,9 @@ bool QLM_ReadJPEG(QLM_ImageSource& source, QLM_ImageSink* sink) {
     return reader.ReadHeader() && (!sink || reader.ReadRows(*sink));
 }
 
-bool QLM_WriteJPEG(FILE* file, const uint8_t* pixels, uint32_t width, uint32_t height, int channels) {
-    if (channels != 3 || width > JPEG_MAX_DIMENSION || height > JPEG_MAX_DIMENSION) return false;
+bool QLM_WriteJPEG(FILE* file, const QLM_ImageRows& image) {
+    if (image.channels != 3 || std::max(image.width, image.height) > JPEG_MAX_DIMENSION) return false;
+    std::vector<uint8_t> row(image.RowBytes()); // made before the jump is set
     ErrorManager errors;
     jpeg_compress_struct state = {};
     state.err = PrepareErrors(errors);
@@ -146,8 +148,8 @@ bool QLM_WriteJPEG(FILE* file, const uint8_t* pixels, uint32_t width, uint32_t h
     }
     jpeg_create_compress(&state);
     jpeg_stdio_dest(&state, file);
-    state.image_width = width;
-    state.image_height = height;
+    state.image_width = image.width;
+    state.image_height = image.height;
     state.input_components = 3;
     state.in_color_space = JCS_RGB;
     jpeg_set_defaults(&state);
@@ -155,9 +157,10 @@ bool QLM_WriteJPEG(FILE* file, const uint8_t* pixels, uint32_t width, uint32_t h
     // Painted edges must not bleed: no component is stored smaller.
     state.comp_info[0].h_samp_factor = state.comp_info[0].v_samp_factor = 1;
     jpeg_start_compress(&state, TRUE);
-    while (state.next_scanline < height) {
-        auto* row = const_cast<JSAMPLE*>(pixels + size_t(height - 1 - state.next_scanline) * width * 3);
-        jpeg_write_scanlines(&state, &row, 1);
+    while (state.next_scanline < image.height) {
+        image.Get(state.next_scanline, row.data());
+        JSAMPROW samples = row.data();
+        jpeg_write_scanlines(&state, &samples, 1);
     }
     jpeg_finish_compress(&state);
     jpeg_destroy_compress(&state);

@@ -161,12 +161,21 @@ bool QLM_LoadImage(const std::string& path, QLM_LoadedImage& out, std::string& e
     return true;
 }
 
+bool QLM_LoadImageRows(const std::string& path, QLM_ImageSink& sink, std::string& notice, std::string& error) {
+    QLM_TRACE(2);
+    QLM_ImageSource source;
+    if (!ReadPath(path, source, &sink, error)) return false;
+    notice = DescribeLoss(path, source.notice);
+    return true;
+}
+
 bool LoadImageFile(const std::string& path, uint8_t*& pixels, uint32_t& width, uint32_t& height, bool& alpha,
-                   int& depth, std::string& error) {
+                   int& depth, std::string& error, std::string* notice) {
     QLM_TRACE(2);
     QLM_ImageSource source;
     BlockSink sink;
     if (!ReadPath(path, source, &sink, error)) return false;
+    if (notice) *notice = DescribeLoss(path, source.notice);
     pixels = std::exchange(sink.pixels, nullptr);
     width = sink.width, height = sink.height;
     depth = sink.channels;
@@ -176,25 +185,26 @@ bool LoadImageFile(const std::string& path, uint8_t*& pixels, uint32_t& width, u
 
 namespace {
 
-/// A block of RGB without the alpha of an RGBA block.
-std::vector<uint8_t> DropAlpha(const uint8_t* pixels, size_t count) {
-    std::vector<uint8_t> color(count * 3);
-    for (size_t i = 0; i < count; i++) memcpy(color.data() + i * 3, pixels + i * 4, 3);
-    return color;
+bool WriteFormat(FILE* file, const std::string& extension, const QLM_ImageRows& image) {
+    if (extension == "png") return QLM_WritePNG(file, image);
+    if (extension == "tif" || extension == "tiff") return QLM_WriteTIFF(file, image);
+    if (extension == "jpg" || extension == "jpeg") return QLM_WriteJPEG(file, image);
+    return QLM_WriteWithToolkit(file, extension, image);
 }
 
-bool WriteFormat(FILE* file, const std::string& extension, const uint8_t* pixels, uint32_t width, uint32_t height,
-                 int channels) {
-    if (extension == "png") return QLM_WritePNG(file, pixels, width, height, channels);
-    if (extension == "tif" || extension == "tiff") return QLM_WriteTIFF(file, pixels, width, height, channels);
-    if (extension == "jpg" || extension == "jpeg") return QLM_WriteJPEG(file, pixels, width, height, channels);
-    return QLM_WriteWithToolkit(file, extension, pixels, width, height, channels);
+/// Rows of RGB out of rows of RGBA.
+QLM_ImageRowFunction DropAlpha(const QLM_ImageRowFunction& rows, uint32_t width) {
+    return [&rows, width](uint32_t row, uint8_t* samples) {
+        std::vector<uint8_t> pixels(size_t(width) * 4);
+        rows(row, pixels.data());
+        for (size_t x = 0; x < width; x++) memcpy(samples + x * 3, pixels.data() + x * 4, 3);
+    };
 }
 
 } // namespace
 
-bool SaveMapToFile(const std::string& path, const uint8_t* pixels, uint32_t width, uint32_t height, bool hasAlpha,
-                   std::string& error, std::string* notice) {
+bool SaveMapRowsToFile(const std::string& path, const QLM_ImageRowFunction& rows, uint32_t width, uint32_t height,
+                       bool hasAlpha, std::string& error, std::string* notice) {
     QLM_TRACE(2);
     static const char* const known[] = {"png", "tif", "tiff", "jpg", "jpeg", "tga", "bmp", "pnm", "ppm"};
     static const char* const withAlpha[] = {"png", "tif", "tiff", "tga"};
@@ -206,21 +216,28 @@ bool SaveMapToFile(const std::string& path, const uint8_t* pixels, uint32_t widt
         error = "Cannot save the picture " + path + ": " + reason;
         return false;
     };
-    if (!pixels || width == 0 || height == 0) return fail("it has no pixels");
+    if (!rows || width == 0 || height == 0) return fail("it has no pixels");
     if (!contains(known, extension)) return fail("no picture format has the extension \"" + extension + "\"");
 
     try {
-        std::vector<uint8_t> color;
         const bool dropsAlpha = hasAlpha && !contains(withAlpha, extension);
-        if (dropsAlpha) color = DropAlpha(pixels, size_t(width) * height);
-        const uint8_t* block = dropsAlpha ? color.data() : pixels;
-        const int channels = hasAlpha && !dropsAlpha ? 4 : 3;
-
+        const QLM_ImageRowFunction written = dropsAlpha ? DropAlpha(rows, width) : rows;
         QLM_SafeFileWriter writer(path);
         if (!writer.GetStream()) return fail("the file cannot be created");
-        if (!WriteFormat(writer.GetStream(), extension, block, width, height, channels) || !writer.Commit())
+        const QLM_ImageRows image{width, height, hasAlpha && !dropsAlpha ? 4 : 3, written};
+        if (!WriteFormat(writer.GetStream(), extension, image) || !writer.Commit())
             return fail("the file cannot be written");
         if (dropsAlpha && notice) *notice = path + ": the alpha was left out, as this format has none";
     } catch (const std::bad_alloc&) { return fail(QLM_ImageText_NoMemory); }
     return true;
+}
+
+bool SaveMapToFile(const std::string& path, const uint8_t* pixels, uint32_t width, uint32_t height, bool hasAlpha,
+                   std::string& error, std::string* notice) {
+    const size_t rowBytes = size_t(width) * (hasAlpha ? 4 : 3);
+    const auto rows = [pixels, rowBytes](uint32_t row, uint8_t* samples) {
+        memcpy(samples, pixels + row * rowBytes, rowBytes);
+    };
+    return SaveMapRowsToFile(path, pixels ? QLM_ImageRowFunction(rows) : nullptr, width, height, hasAlpha, error,
+                             notice);
 }

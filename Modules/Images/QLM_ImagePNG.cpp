@@ -1,3 +1,4 @@
+#include "Images/QLM_DeflateRuns.h"
 #include "Images/QLM_ImageFormats.h"
 
 #include "Core/Threads/QLM_ThreadCruncher.h"
@@ -7,7 +8,6 @@
 
 #include <algorithm>
 #include <csetjmp>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -128,76 +128,83 @@ struct Band {
     std::vector<uint8_t> packed;
     uLong checksum = 0;
     size_t rawBytes = 0;
-    bool good = false;
 };
 
-/// The sum of the residuals' absolute values: the usual guess at how well a filtered row packs.
-uint32_t Cost(const uint8_t* row, size_t count) {
-    uint32_t sum = 0;
-    for (size_t i = 0; i < count; i++) sum += uint32_t(std::abs(int8_t(row[i])));
+/// Sixteen bytes that are computed with as one.
+typedef uint8_t ByteLanes __attribute__((vector_size(16)));
+typedef uint16_t WordLanes __attribute__((vector_size(16)));
+
+/// out = row - other, modulo 256. Answers the sum of the differences' absolute values as signed bytes: the usual guess
+/// at how well a filtered row packs.
+uint64_t Subtract(const uint8_t* row, const uint8_t* other, size_t count, uint8_t* out) {
+    constexpr size_t lanes = 16, stepsToFull = 255; // a step adds at most 2 x 128 to a word
+    uint64_t sum = 0;
+    size_t i = 0;
+    while (i + lanes <= count) {
+        WordLanes words = {};
+        for (size_t step = 0; step < stepsToFull && i + lanes <= count; step++, i += lanes) {
+            ByteLanes a, b;
+            memcpy(&a, row + i, lanes);
+            memcpy(&b, other + i, lanes);
+            a -= b;
+            memcpy(out + i, &a, lanes);
+            const ByteLanes negative = -a;
+            const auto sizes = reinterpret_cast<WordLanes>(a < negative ? a : negative);
+            words += (sizes & 255) + (sizes >> 8);
+        }
+        for (size_t k = 0; k < lanes / 2; k++) sum += words[k];
+    }
+    for (; i < count; i++) {
+        out[i] = uint8_t(row[i] - other[i]);
+        sum += uint64_t(std::min<int>(out[i], 256 - out[i]));
+    }
     return sum;
 }
 
 class Writer {
   public:
-    Writer(FILE* fileIn, const uint8_t* pixelsIn, uint32_t widthIn, uint32_t heightIn, int channelsIn)
-        : file(fileIn), pixels(pixelsIn), width(widthIn), height(heightIn), channels(channelsIn),
-          rowBytes(size_t(widthIn) * channelsIn),
-          bandRows(uint32_t(std::clamp<size_t>(bandBytes / (rowBytes + 1), 1, heightIn))) {}
+    Writer(FILE* fileIn, const QLM_ImageRows& imageIn)
+        : file(fileIn), image(imageIn), rowBytes(imageIn.RowBytes()),
+          bandRows(uint32_t(std::clamp<size_t>(bandBytes / (rowBytes + 1), 1, imageIn.height))) {}
 
     bool Write();
 
   private:
-    const uint8_t* Row(uint32_t fromTop) const { return pixels + size_t(height - 1 - fromTop) * rowBytes; }
-    void FilterRow(uint32_t fromTop, uint8_t* out, std::vector<uint8_t>& scratch) const;
+    void FilterRow(const uint8_t* row, const uint8_t* above, uint8_t* out, std::vector<uint8_t>& scratch) const;
     void PackBand(uint32_t index, Band& band) const;
     bool WriteChunk(const char* type, const uint8_t* bytes, size_t count) const;
 
     FILE* const file;
-    const uint8_t* const pixels;
-    const uint32_t width, height;
-    const int channels;
+    const QLM_ImageRows& image;
     const size_t rowBytes;
     const uint32_t bandRows;
 };
 
-/// Writes the filter's number and the filtered row: Sub or Up, whichever seems to pack better; the top row always Sub.
-void Writer::FilterRow(uint32_t fromTop, uint8_t* out, std::vector<uint8_t>& scratch) const {
-    const uint8_t* row = Row(fromTop);
-    uint8_t* sub = out + 1;
+/// Writes the filter's number and the filtered row: Sub or Up, whichever seems to pack better; Sub with no row above.
+void Writer::FilterRow(const uint8_t* row, const uint8_t* above, uint8_t* out, std::vector<uint8_t>& scratch) const {
+    const size_t channels = size_t(image.channels);
     out[0] = 1;
-    memcpy(sub, row, size_t(channels));
-    for (size_t i = size_t(channels); i < rowBytes; i++) sub[i] = uint8_t(row[i] - row[i - channels]);
-    if (fromTop == 0) return;
-
-    const uint8_t* above = Row(fromTop - 1);
-    uint8_t* up = scratch.data();
-    for (size_t i = 0; i < rowBytes; i++) up[i] = uint8_t(row[i] - above[i]);
-    if (Cost(up, rowBytes) <= Cost(sub, rowBytes)) {
+    memcpy(out + 1, row, channels);
+    const uint64_t costOfSub = Subtract(row + channels, row, rowBytes - channels, out + 1 + channels);
+    if (above && Subtract(row, above, rowBytes, scratch.data()) <= costOfSub) {
         out[0] = 2;
-        memcpy(sub, up, rowBytes);
+        memcpy(out + 1, scratch.data(), rowBytes);
     }
 }
 
 void Writer::PackBand(uint32_t index, Band& band) const {
-    const uint32_t first = index * bandRows, last = std::min(first + bandRows, height);
-    std::vector<uint8_t> raw((rowBytes + 1) * (last - first)), scratch(rowBytes);
-    for (uint32_t y = first; y < last; y++) FilterRow(y, raw.data() + (rowBytes + 1) * (y - first), scratch);
+    const uint32_t first = index * bandRows, last = std::min(first + bandRows, image.height);
+    std::vector<uint8_t> raw((rowBytes + 1) * (last - first)), scratch(rowBytes), row(rowBytes), above(rowBytes);
+    if (first > 0) image.Get(first - 1, above.data());
+    for (uint32_t y = first; y < last; y++) {
+        image.Get(y, row.data());
+        FilterRow(row.data(), y > 0 ? above.data() : nullptr, raw.data() + (rowBytes + 1) * (y - first), scratch);
+        row.swap(above);
+    }
     band.rawBytes = raw.size();
     band.checksum = adler32_z(adler32(0, nullptr, 0), raw.data(), raw.size());
 
-    z_stream stream = {};
-    if (deflateInit2(&stream, 1, Z_DEFLATED, -MAX_WBITS, 9, Z_DEFAULT_STRATEGY) != Z_OK) return;
-    band.packed.resize(deflateBound(&stream, uLong(raw.size())) + 16);
-    stream.next_in = raw.data();
-    stream.avail_in = uInt(raw.size());
-    stream.next_out = band.packed.data();
-    stream.avail_out = uInt(band.packed.size());
-    const bool isLast = last == height;
-    const int result = deflate(&stream, isLast ? Z_FINISH : Z_SYNC_FLUSH);
-    band.good = result == (isLast ? Z_STREAM_END : Z_OK) && stream.avail_in == 0 && stream.avail_out > 0;
-    band.packed.resize(band.packed.size() - stream.avail_out);
-    deflateEnd(&stream);
+    band.packed = QLM_DeflateRuns(raw.data(), raw.size(), last == image.height);
 }
 
 void PutBigEndian(uint8_t* bytes, uint32_t value) {
@@ -216,16 +223,16 @@ bool Writer::WriteChunk(const char* type, const uint8_t* bytes, size_t count) co
 
 bool Writer::Write() {
     uint8_t header[13] = {};
-    PutBigEndian(header, width);
-    PutBigEndian(header + 4, height);
+    PutBigEndian(header, image.width);
+    PutBigEndian(header + 4, image.height);
     header[8] = 8;
-    header[9] = channels == 4 ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB;
+    header[9] = image.channels == 4 ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB;
     const uint8_t zlibHeader[2] = {0x78, 0x01};
     if (fwrite("\x89PNG\r\n\x1a\n", 1, 8, file) != 8 || !WriteChunk("IHDR", header, sizeof header)) return false;
     if (!WriteChunk("IDAT", zlibHeader, sizeof zlibHeader)) return false;
 
     // Pack some bands at once and write them in order, so that the memory in use doesn't grow with the picture.
-    const uint32_t bandCount = (height + bandRows - 1) / bandRows;
+    const uint32_t bandCount = (image.height + bandRows - 1) / bandRows;
     uLong checksum = adler32(0, nullptr, 0);
     for (uint32_t first = 0; first < bandCount; first += bandsAtOnce) {
         std::vector<Band> bands(std::min(bandsAtOnce, bandCount - first));
@@ -238,7 +245,7 @@ bool Writer::Write() {
                 int64_t(bands.size()), [&](const ThreadCrunchRange& range) { pack(range.start, range.end); },
                 "PackPNGBands");
         for (const Band& band : bands) {
-            if (!band.good || !WriteChunk("IDAT", band.packed.data(), band.packed.size())) return false;
+            if (!WriteChunk("IDAT", band.packed.data(), band.packed.size())) return false;
             checksum = adler32_combine(checksum, band.checksum, z_off_t(band.rawBytes));
         }
     }
@@ -254,6 +261,4 @@ bool QLM_ReadPNG(QLM_ImageSource& source, QLM_ImageSink* sink) {
     return reader.ReadHeader() && (!sink || reader.ReadRows(*sink));
 }
 
-bool QLM_WritePNG(FILE* file, const uint8_t* pixels, uint32_t width, uint32_t height, int channels) {
-    return Writer(file, pixels, width, height, channels).Write();
-}
+bool QLM_WritePNG(FILE* file, const QLM_ImageRows& image) { return Writer(file, image).Write(); }

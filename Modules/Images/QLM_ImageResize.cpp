@@ -1,5 +1,5 @@
 #include "Core/Logging/QLM_Logger.h"
-#include "Core/Threads/QLM_ThreadCruncher.h"
+#include "Images/QLM_ForRows.h"
 #include "Images/QLM_ImageLoader.h"
 
 #include <algorithm>
@@ -7,16 +7,6 @@
 #include <vector>
 
 namespace {
-
-/// Calls `body(first row, end row)`: on all processors where the picture is worth it and the caller isn't one of them.
-template <class Body> void ForRows(uint32_t width, uint32_t height, const Body& body) {
-    constexpr uint64_t worthThreads = 64 * 1024;
-    if (uint64_t(width) * height < worthThreads || QLM_IsInsideCrunch()) body(0u, height);
-    else
-        QLM_ThreadCrunch(
-            height, [&](const ThreadCrunchRange& range) { body(uint32_t(range.start), uint32_t(range.end)); },
-            "ResizeImage");
-}
 
 /// Where a destination column or row reads: two neighbours and the way between them.
 struct Tap {
@@ -41,7 +31,7 @@ template <int depth>
 void ResizeBilinear(uint8_t* dst, uint32_t dstW, uint32_t dstH, const uint8_t* src, uint32_t srcW, uint32_t srcH) {
     const std::vector<Tap> columns = MakeTaps(dstW, srcW), rows = MakeTaps(dstH, srcH);
     const size_t srcRow = size_t(srcW) * depth;
-    ForRows(dstW, dstH, [&](uint32_t first, uint32_t end) {
+    QLM_ForRows(dstW, dstH, [&](uint32_t first, uint32_t end) {
         for (uint32_t y = first; y < end; y++) {
             const uint8_t *low = src + rows[y].low * srcRow, *high = src + rows[y].high * srcRow;
             uint8_t* out = dst + size_t(y) * dstW * depth;
@@ -62,7 +52,7 @@ void ResizeNearest(uint8_t* dst, uint32_t dstW, uint32_t dstH, const uint8_t* sr
                    const SourceOf& sourceOf) {
     std::vector<size_t> offsets(dstW);
     for (uint32_t x = 0; x < dstW; x++) offsets[x] = sourceOf(x, dstW, srcW) * depth;
-    ForRows(dstW, dstH, [&](uint32_t first, uint32_t end) {
+    QLM_ForRows(dstW, dstH, [&](uint32_t first, uint32_t end) {
         for (uint32_t y = first; y < end; y++) {
             const uint8_t* row = src + sourceOf(y, dstH, srcH) * srcW * depth;
             uint8_t* out = dst + size_t(y) * dstW * depth;

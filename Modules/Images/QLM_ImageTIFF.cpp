@@ -348,10 +348,11 @@ bool QLM_ReadTIFF(QLM_ImageSource& source, QLM_ImageSink* sink) {
     return reader.ReadHeader() && (!sink || reader.ReadRows(*sink));
 }
 
-bool QLM_WriteTIFF(FILE* file, const uint8_t* pixels, uint32_t width, uint32_t height, int channels) {
+bool QLM_WriteTIFF(FILE* file, const QLM_ImageRows& image) {
     constexpr size_t stripBytes = 256 * 1024;
     constexpr uint64_t largestClassic = 2'500'000'000; // noise grows under LZW, and offsets end at 4 GiB
-    const size_t rowBytes = size_t(width) * size_t(channels);
+    const uint32_t width = image.width, height = image.height;
+    const size_t rowBytes = image.RowBytes();
     const uint32_t stripRows = uint32_t(std::clamp<size_t>(stripBytes / rowBytes, 1, height));
     std::string complaint;
     Handle tiff = Open(file, rowBytes * height > largestClassic ? "w8" : "w", 0, complaint);
@@ -360,7 +361,7 @@ bool QLM_WriteTIFF(FILE* file, const uint8_t* pixels, uint32_t width, uint32_t h
     TIFFSetField(t, TIFFTAG_IMAGEWIDTH, width);
     TIFFSetField(t, TIFFTAG_IMAGELENGTH, height);
     TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 8);
-    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, channels);
+    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, image.channels);
     TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
     TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(t, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
@@ -368,13 +369,12 @@ bool QLM_WriteTIFF(FILE* file, const uint8_t* pixels, uint32_t width, uint32_t h
     TIFFSetField(t, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
     TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, stripRows);
     const uint16_t straightAlpha = EXTRASAMPLE_UNASSALPHA;
-    if (channels == 4) TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, &straightAlpha);
+    if (image.channels == 4) TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, &straightAlpha);
 
     std::vector<uint8_t> strip(rowBytes * stripRows);
     for (uint32_t first = 0, index = 0; first < height; first += stripRows, index++) {
         const uint32_t rows = std::min(stripRows, height - first);
-        for (uint32_t y = 0; y < rows; y++)
-            memcpy(strip.data() + y * rowBytes, pixels + size_t(height - 1 - first - y) * rowBytes, rowBytes);
+        for (uint32_t y = 0; y < rows; y++) image.Get(first + y, strip.data() + y * rowBytes);
         if (TIFFWriteEncodedStrip(t, index, strip.data(), tmsize_t(rows * rowBytes)) < 0) return false;
     }
     return TIFFWriteDirectory(t) != 0 && complaint.empty();

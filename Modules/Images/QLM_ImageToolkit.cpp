@@ -228,20 +228,21 @@ bool QLM_ReadWithToolkit(QLM_ImageSource& source, QLM_ImageSink* sink) {
     return true;
 }
 
-bool QLM_WriteWithToolkit(FILE* file, const std::string& extension, const uint8_t* pixels, uint32_t width,
-                          uint32_t height, int channels) {
+bool QLM_WriteWithToolkit(FILE* file, const std::string& extension, const QLM_ImageRows& rows) {
     QLM_InitializeImageHandlers();
     const std::lock_guard<std::mutex> guard(ToolkitMutex());
     const wxLogNull silence;
     wxImage image;
-    if (!image.Create(int(width), int(height), false)) return false;
-    if (channels == 4) image.SetAlpha();
+    if (!image.Create(int(rows.width), int(rows.height), false)) return false;
+    if (rows.channels == 4) image.SetAlpha();
     uint8_t *color = image.GetData(), *alpha = image.GetAlpha();
-    for (uint32_t y = height; y-- > 0;) {
-        const uint8_t* row = pixels + size_t(y) * width * size_t(channels);
-        for (size_t x = 0; x < width; x++, row += channels, color += 3) {
-            memcpy(color, row, 3);
-            if (alpha) *alpha++ = row[3];
+    std::vector<uint8_t> row(rows.RowBytes());
+    for (uint32_t y = 0; y < rows.height; y++) {
+        rows.Get(y, row.data());
+        const uint8_t* pixel = row.data();
+        for (size_t x = 0; x < rows.width; x++, pixel += rows.channels, color += 3) {
+            memcpy(color, pixel, 3);
+            if (alpha) *alpha++ = pixel[3];
         }
     }
     wxMemoryOutputStream stream;

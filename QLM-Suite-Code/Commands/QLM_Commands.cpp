@@ -8,6 +8,7 @@
 #include "Geometry/QLM_MorphManager.h"
 #include "Images/QLM_GL_Textures.h"
 #include "Maps/QLM_MapManager.h"
+#include "Maps/QLM_MaterialManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Rendering/QLM_CullingManager.h"
 #include "Rendering/QLM_Viewport.h"
@@ -184,6 +185,16 @@ QLM_CommandTable::QLM_CommandTable() {
     // The operation's flag chooses the map that is read; map B is the one by which the right side is written.
     add("MakeMorphSymmetricLeftToRight", [](int) { Morphs().MakeCurrentMorphSymmetric(false); });
     add("MakeMorphSymmetricRightToLeft", [](int) { Morphs().MakeCurrentMorphSymmetric(true); });
+
+    // Materials.
+    const std::pair<const char*, void (*)(QLM_MaterialManager&)> materials[] = {
+        {"CreateNewMaterial", [](QLM_MaterialManager& manager) { manager.CreateNewMaterial(); }},
+        {"AssignMaterialToSelection", [](QLM_MaterialManager& manager) { manager.AssignMaterialToPolygons(); }},
+        {"DeleteMaterials", [](QLM_MaterialManager& manager) { manager.DeleteMaterials(); }},
+        {"CopyMaterial", [](QLM_MaterialManager& manager) { manager.CopyMaterial(); }},
+        {"PasteMaterial", [](QLM_MaterialManager& manager) { manager.PasteMaterial(); }}};
+    for (const auto& [name, act] : materials)
+        add(name, [act = act](int) { act(*QLM_GetManagers().GetMaterialManager()); });
 
     // Pen and wheel.
     add("SetTabletVarySize", [](int) { Toggle(QLM_GetEngine()->tabletPressureVariesPseudoSize); });

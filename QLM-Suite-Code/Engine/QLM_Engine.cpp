@@ -103,7 +103,8 @@ void QLM_Engine::SetDirectories(const char* product) {
     splashScreenInfoPath = QLM_FormatText("%s%s-SplashScreen-Info-v%d.ini", configDirectory, productName, MajorVersion);
 
     const std::string& application = QLM_OS::Get().GetApplicationDirectory();
-    importPath = exportPath = application + "Objects/";
+    importPath = application + "Data/Objects/"; // the samples
+    exportPath = QLM_OS::GetDocumentsDirectory();
     imagesPath = application + "Images/";
     projectsPath = application + "Projects/";
     ttPresetFiles = "/MyConversion/TT-%SOURCE%";

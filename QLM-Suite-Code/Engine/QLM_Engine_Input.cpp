@@ -143,6 +143,8 @@ bool QLM_Engine::IsWorkPending(std::string& what) {
     if (QLM_AreEventsPending()) what = QLM_PendingEventText();
     else if (viewports && viewports->AreRendersPending()) what = "a render";
     else if (tool && tool->HasPendingWork()) what = std::string("the tool ") + tool->GetName();
+    else if (const QLM_MapManager* maps = managers->GetMapManager(); maps && maps->AreSnapshotsPending())
+        what = "the snapshots of maps";
     else if (workhorse && workhorse->IsWorking()) what = std::string("the workhorse ") + workhorse->GetName();
     return !what.empty();
 }
@@ -157,4 +159,5 @@ void QLM_Engine::WaitForBackgroundWork() {
     QLM_ViewportManager* const viewports = managers->GetViewportManager();
     if (viewports && viewports->AreRendersPending()) viewports->FinishRenders();
     if (QLM_Workhorse* workhorse = AwaitedWorkhorse(*managers)) workhorse->FinishWorkIfNecessary();
+    if (QLM_MapManager* maps = managers->GetMapManager()) maps->GetBufferWorkhorse()->FinishWorkIfNecessary();
 }

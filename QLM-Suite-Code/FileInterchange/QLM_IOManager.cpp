@@ -15,14 +15,32 @@
 #include "Geometry/QLM_ObjectManager.h"
 #include "Images/QLM_ImageLoader.h"
 #include "Maps/QLM_MapManager.h"
+#include "Maps/QLM_MaterialManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
 
 namespace {
+
+/// Marks what was there before an import.
+constexpr const char* PreviouslyLoaded = "import/temp/previouslyLoaded";
+
+/// Puts a switch back on every way out.
+class Restore {
+  public:
+    explicit Restore(bool& valueIn) : value(valueIn), before(valueIn) {}
+    ~Restore() { value = before; }
+    Restore(const Restore&) = delete;
+    Restore& operator=(const Restore&) = delete;
+
+  private:
+    bool& value;
+    const bool before;
+};
 
 void Report(const std::string& path, const std::string& reason) {
     std::string text = QLM_FormatText(QLM_GetString(1992), path);
@@ -78,13 +96,85 @@ void LoadMaterialMaps(QLM_Mesh* mesh, const std::string& folder) {
     mesh->UpdateAllMapPolygonLists();
 }
 
-/// What an import leaves to do: maps, the shape's caches, a first view.
-void AfterImport(QLM_Object* object, const std::string& path, bool importMaps) {
+/// Tells which maps of the mesh exist in memory only: the exported files name pictures that aren't there yet.
+void NameUnsavedMaps(const QLM_Mesh& mesh) {
+    std::string names;
+    QLM_List<QLM_MaterialMapSource*> maps;
+    QLM_MapManager::GetMapListFromObjects_OnVisit(mesh.GetMapList(), mesh.GetMaterials(), maps);
+    for (const QLM_MaterialMapSource* map : maps)
+        if (map->HasUnsavedChanges()) names += (names.empty() ? "" : ", ") + std::string(map->GetName());
+    if (!names.empty()) QLM_OS::Get().PrintMessageText("These image maps have not been saved yet: " + names);
+}
+
+} // namespace
+
+QLM_IOManager::QLM_IOManager() { SetName("IOManager"); }
+
+// Import.
+
+bool QLM_IOManager::LoadObject(const std::string& path, QLM_Object* object, bool useInternalNames) {
+    auto mesh = std::make_unique<QLM_Mesh>(object);
+    QLM_ObjReadOptions options;
+    options.useInternalNames = useInternalNames;
+    options.importMaps = ImportMaps;
+    std::string error;
+    if (!QLM_ReadObjFile(path, mesh.get(), options, error)) {
+        Report(path, error);
+        return false;
+    }
+    object->SetMesh(mesh.release());
+    QLM_GetEngine()->temporarySearchPaths.AddPath(QLM_FolderOf(path));
+    return true;
+}
+
+bool QLM_IOManager::ImportGeometryFile(QLM_Object* object, const std::string& fileReference, QLM_ImporterCode code,
+                                       int mode) {
+    QLM_TRACE(1);
+    for (QLM_Object* known : QLM_GetManagers().GetObjectManager()->GetObjects(false))
+        known->SetBool(PreviouslyLoaded, true, Temporary);
+    // A reload leaves maps and morphs to whoever reloads.
+    const Restore keepMaps(ImportMaps), keepMorphs(ImportMorphs);
+    if (mode == 1) ImportMaps = ImportMorphs = false;
+
+    std::string path = QLM_ResolveCase(fileReference);
+    if (!QLM_FileExists(path) && !QLM_FolderExists(path) && !QLM_GetEngine()->FindFile(fileReference, 0, path))
+        return false;
+    if (mode == 0) QLM_OS::Get().PrintStatus(QLM_GetString(1093), path);
+    if (code != QLM_ImporterCode::OBJ) {
+        Report(path, "This kind of file can't be imported.");
+        return false;
+    }
+    return ImportObj(object, path, mode);
+}
+
+bool QLM_IOManager::ImportObj(QLM_Object* object, const std::string& path, int mode) {
+    QLM_Owned<QLM_Object> created;
+    if (!object) created.Reset(object = new QLM_Object);
+    if (!LoadObject(path, object, UseInternalNameforGroups && !HasProperty("INPUT_MESH_FIXED_ASSET"))) return false;
+    // What is reloaded has the name that its record gave it.
+    if (mode == 0 || !*object->GetName()) object->SetNameText(QLM_StemOf(path));
+    object->FileName = path;
+    ApplyImportOptions(*this, object->GetMesh());
+    QLM_ObjectManager* objects = QLM_GetManagers().GetObjectManager();
+    if (!objects->GetTree()->FindByID(object->GetID(), false, true)) objects->AddObject(object);
+    created.Release();
+    AfterImport(object, path, mode);
+    QLM_ShowQueuedObjWarnings();
+    return true;
+}
+
+void QLM_IOManager::AfterImport(QLM_Object* object, const std::string& path, int mode) {
     QLM_ObjectManager* objects = QLM_GetManagers().GetObjectManager();
     QLM_ViewportManager* viewports = QLM_GetManagers().GetViewportManager();
-    if (importMaps) LoadMaterialMaps(object->GetMesh(), QLM_FolderOf(path));
     objects->SetCurrentObject(object);
     QLM_GetManagers().GetMorphManager()->FinishAfterLoad();
+    if (mode == 0) {
+        QLM_GetEngine()->importPath = QLM_FolderOf(path);
+        for (QLM_Object* loaded : objects->GetObjects(false))
+            if (ImportMaps && loaded->GetMesh() && !loaded->GetBool(PreviouslyLoaded))
+                LoadMaterialMaps(loaded->GetMesh(), QLM_FolderOf(path));
+        QLM_GetManagers().GetMaterialManager()->ApplyMaterialSets(object);
+    }
     objects->OnShapeChanged(object, true, true, true);
     objects->UpdateGlobalScale();
     if (objects->GetObjectCount() == 1)
@@ -93,83 +183,54 @@ void AfterImport(QLM_Object* object, const std::string& path, bool importMaps) {
     QLM_PostEvent(QLM_Event_RefreshAllPanels);
 }
 
-} // namespace
-
-QLM_IOManager::QLM_IOManager() { SetName("IOManager"); }
-
-QLM_ImporterCode QLM_IOManager::ImporterCodeOf(const std::string& path) {
-    const std::string extension = QLM_ToLower(QLM_ExtensionOf(path));
-    return extension == "obj" || extension == "objz" || extension == "obz" ? QLM_ImporterCode::OBJ
-                                                                           : QLM_ImporterCode::None;
-}
-
-bool QLM_IOManager::LoadObject(const std::string& path, QLM_Object* object, bool useInternalNames) {
-    auto* mesh = new QLM_Mesh(object);
-    object->SetMesh(mesh);
-    QLM_ObjReadOptions options;
-    options.useInternalNames = useInternalNames;
-    options.importMaps = ImportMaps;
-    std::string error;
-    if (!QLM_ReadObjFile(path, mesh, options, error)) {
-        Report(path, error);
-        return false;
-    }
-    QLM_GetEngine()->temporarySearchPaths.AddPath(QLM_FolderOf(path));
-    return true;
-}
-
-bool QLM_IOManager::ImportGeometryFile(QLM_Object* object, const std::string& fileReference, QLM_ImporterCode code,
-                                       int mode) {
-    QLM_TRACE(1);
-    // Resolve the reference: as it stands, else on the search paths.
-    std::string path = QLM_ResolveCase(fileReference);
-    if (!QLM_FileExists(path) && !QLM_FolderExists(path) && !QLM_GetEngine()->FindFile(fileReference, 0, path)) {
-        Report(fileReference, "There is no such file.");
-        return false;
-    }
-    if (mode == 0) QLM_OS::Get().PrintStatus(QLM_GetString(1093), path);
-    if (code != QLM_ImporterCode::OBJ) {
-        Report(path, "This kind of file can't be imported.");
-        return false;
-    }
-
-    // A reload leaves maps and morphs to whoever reloads.
-    const bool importMaps = ImportMaps, importMorphs = ImportMorphs;
-    if (mode == 1) ImportMaps = ImportMorphs = false;
-    QLM_Object* target = object ? object : new QLM_Object;
-    if (!object) target->SetNameText(QLM_StemOf(path));
-    const bool loaded = LoadObject(path, target, UseInternalNameforGroups && !HasProperty("INPUT_MESH_FIXED_ASSET"));
-    if (loaded) {
-        target->FileName = path;
-        ApplyImportOptions(*this, target->GetMesh());
-    }
-    ImportMaps = importMaps;
-    ImportMorphs = importMorphs;
-    if (!loaded) {
-        if (!object) delete target;
-        return false;
-    }
-    if (!object) QLM_GetManagers().GetObjectManager()->AddObject(target);
-    if (mode == 0) QLM_GetEngine()->importPath = QLM_FolderOf(path);
-    AfterImport(target, path, mode == 0 && ImportMaps);
-    QLM_ShowQueuedObjWarnings();
-    return true;
-}
-
 bool QLM_IOManager::ImportDroppedFile(const std::string& path) {
-    if (const QLM_ImporterCode code = ImporterCodeOf(path); code != QLM_ImporterCode::None)
-        return ImportGeometryFile(nullptr, path, code, 0);
-    if (!QLM_FileExists(path)) {
+    std::string found = QLM_ResolveCase(path), error;
+    const bool isThere = QLM_FileExists(found) || QLM_GetEngine()->FindFile(path, 0, found);
+    if (!isThere) {
         Report(path, QLM_FolderExists(path) ? "It is a folder." : "There is no such file.");
         return false;
     }
-    std::string error;
-    if (QLM_GetManagers().GetMapManager()->LoadMapFromFile(path, error)) {
+    if (const QLM_ImporterCode code = QLM_ImporterCodeOfPath(path); code != QLM_ImporterCode::None)
+        return ImportGeometryFile(nullptr, found, code, 0);
+    if (QLM_GetManagers().GetMapManager()->LoadMapFromFile(found, error)) {
         QLM_PostEvent(QLM_Event_RefreshAllPanels);
         return true;
     }
     Report(path, error);
     return false;
+}
+
+// Export.
+
+bool QLM_IOManager::ExportObjects() {
+    QLM_ObjectManager* objects = QLM_GetManagers().GetObjectManager();
+    std::vector<uint32_t> wanted;
+    for (QLM_Object* object : objects->GetObjects(false))
+        if (object->IsMarked()) wanted.push_back(object->GetID());
+    if (QLM_Object* current = objects->GetCurrentObject(); wanted.empty() && current)
+        wanted.push_back(current->GetID());
+    if (wanted.empty()) {
+        QLM_OS::Get().PrintMessage(QLM_GetString(1753));
+        return false;
+    }
+    bool good = true;
+    for (const uint32_t id : wanted) {
+        const auto* named = QLM_FindByID<QLM_Object>(id);
+        if (!named) continue;
+        const std::string suggestion = QLM_GetEngine()->exportPath + named->GetName() + ".obj";
+        const std::string path = QLM_OS::Get().AskFile("Object Files", "OBJ", suggestion, true);
+        // Boxes let time pass: the object may be gone.
+        auto* object = QLM_FindByID<QLM_Object>(id);
+        if (path.empty() || !object || !object->GetMesh()) continue;
+        if (ExportObject(object, path)) QLM_GetEngine()->exportPath = QLM_FolderOf(path);
+        else good = false;
+    }
+    return good;
+}
+
+bool QLM_IOManager::ExportObject(QLM_Object* object, const std::string& path) {
+    return ExportGroupsAsSeparateFiles ? ExportGroupsAsSeparateObjects(object, path)
+                                       : ExportObjectFile(object->GetMesh(), path, ExportVerticesOnly, ExportGroups);
 }
 
 bool QLM_IOManager::ExportObjectFile(QLM_Mesh* mesh, const std::string& path, bool verticesOnly, bool exportGroups) {
@@ -179,15 +240,33 @@ bool QLM_IOManager::ExportObjectFile(QLM_Mesh* mesh, const std::string& path, bo
     options.internalNames = UseInternalNameforGroups;
     std::string failed;
     QLM_OS::Get().PrintStatus(QLM_GetString(1054), path);
-    if (QLM_WriteObjFile(mesh, path, options, failed)) return true;
-    QLM_OS::Get().PrintMessage(QLM_GetString(1020), failed);
-    return false;
+    if (!QLM_WriteObjFile(mesh, path, options, failed)) {
+        QLM_OS::Get().PrintMessage(QLM_GetString(1020), failed);
+        return false;
+    }
+    NameUnsavedMaps(*mesh);
+    return true;
 }
+
+bool QLM_IOManager::ExportGroupsAsSeparateObjects(QLM_Object* object, const std::string& path) {
+    QLM_ObjWriteOptions options;
+    options.verticesOnly = ExportVerticesOnly;
+    options.changedGroupsOnly = ExportChangedGroups;
+    QLM_OS::Get().PrintStatus(QLM_GetString(1053));
+    const bool good = QLM_WriteObjGroups(object->GetMesh(), path, options);
+    NameUnsavedMaps(*object->GetMesh());
+    return good;
+}
+
+// Options.
 
 bool QLM_IOManager::SetOption(const std::string& key, const std::string& value, std::string& error) {
     const std::pair<const char*, bool QLM_IOManager::*> switches[] = {
         {"ExportVerticesOnly", &QLM_IOManager::ExportVerticesOnly},
         {"ExportGroups", &QLM_IOManager::ExportGroups},
+        {"ExportGroupsAsSeparateFiles", &QLM_IOManager::ExportGroupsAsSeparateFiles},
+        {"ExportChangedGroups", &QLM_IOManager::ExportChangedGroups},
+        {"ExportMorphs", &QLM_IOManager::ExportMorphs},
         {"UseInternalNameforGroups", &QLM_IOManager::UseInternalNameforGroups},
         {"FlipNormalsOnImport", &QLM_IOManager::FlipNormalsOnImport},
         {"FlipUVsHorizontallyOnImport", &QLM_IOManager::FlipUVsHorizontallyOnImport},

@@ -13,6 +13,11 @@ int QLM_MeshMaterialContainer::AddMaterial(QLM_Material* material) {
     return material->MaterialIndex;
 }
 
+void QLM_MeshMaterialContainer::SetMaterials(const QLM_List<QLM_Material*>& list) {
+    materials = list;
+    for (int i = 0; i < materials.Count(); ++i) materials[i]->MaterialIndex = i;
+}
+
 QLM_Material* QLM_MeshMaterialContainer::FindMaterialByName(const std::string& name) const {
     for (QLM_Material* material : materials)
         if (name == material->GetName()) return material;

@@ -13,6 +13,7 @@ class QLM_MeshMaterialContainer : public QLM_MeshContainerMesh {
     int AddMaterial(QLM_Material* material); ///< takes ownership; returns the index
     QLM_Material* FindMaterialByName(const std::string& name) const;
     const QLM_List<QLM_Material*>& GetMaterials() const { return materials; }
+    void SetMaterials(const QLM_List<QLM_Material*>& list); ///< the caller deletes what left, and mends the polygons
     QLM_SafePtr<QLM_Material> FindMaterial(int index) const; ///< null when out of range
     QLM_MaterialMapList& GetMapList() { return mapList; }
     const QLM_MaterialMapList& GetMapList() const { return mapList; }

@@ -56,7 +56,7 @@ bool QLM_RecordOptions::ImportFixedAsset(QLM_Object* object) {
     const std::string reference = object->GetString("fixedAsset/path");
     if (!io || reference.empty()) return false;
     io->SetBool("INPUT_MESH_FIXED_ASSET", true); // keeps the file's own names
-    const QLM_ImporterCode code = QLM_IOManager::ImporterCodeOf(FileOf(reference));
+    const QLM_ImporterCode code = QLM_ImporterCodeOfPath(FileOf(reference));
     bool imported = ImportPart(*io, object, reference, code);
     if (imported && code == QLM_ImporterCode::DSFGeometry)
         imported = ImportPart(*io, object, object->GetString("fixedAsset/uvset/path"), QLM_ImporterCode::DSFReference);

@@ -116,23 +116,6 @@ void MainWindow::OnExportMap() {
     os.PrintMessageText("Exported the map " + path);
 }
 
-void MainWindow::OnExportObject() {
-    QLM_OS& os = QLM_OS::Get();
-    QLM_Object* object = QLM_GetManagers().GetObjectManager()->GetCurrentObject();
-    if (!object || !object->GetMesh()) {
-        os.PrintMessageText("There are no objects in the project to export.");
-        return;
-    }
-    const uint32_t id = object->GetID();
-    const std::string path =
-        os.AskFile("Export object", "obj", QLM_GetEngine()->exportPath + object->GetName() + ".obj", true);
-    object = QLM_FindByID<QLM_Object>(id);
-    if (path.empty() || !object) return;
-    const wxBusyCursor cursor;
-    QLM_IOManager* io = QLM_GetManagers().GetIOManager();
-    if (!io->ExportObjectFile(object->GetMesh(), path, io->ExportVerticesOnly, io->ExportGroups)) return;
-    QLM_GetEngine()->exportPath = QLM_FolderOf(path);
-    os.PrintMessageText("Exported the object " + path);
-}
+void MainWindow::OnExportObject() { QLM_GetManagers().GetIOManager()->ExportObjects(); }
 
 } // namespace QLM::GUI

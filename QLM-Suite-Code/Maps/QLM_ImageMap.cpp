@@ -20,6 +20,24 @@ class BothMapsScope {
     ThreadLockerScope first, second;
 };
 
+/// Takes the integer means of red, green and blue.
+class GreySink : public QLM_ImageSink {
+  public:
+    bool Begin(uint32_t widthIn, uint32_t heightIn, int channelsIn) override {
+        width = widthIn, height = heightIn, channels = channelsIn;
+        block = QLM_MakePixelBlock(width, height, 1);
+        return true;
+    }
+    void SetRow(uint32_t rowFromTop, const uint8_t* samples) override {
+        uint8_t* grey = block.get() + static_cast<size_t>(height - 1 - rowFromTop) * width;
+        for (uint32_t x = 0; x < width; ++x, samples += channels)
+            grey[x] = static_cast<uint8_t>((samples[0] + samples[1] + samples[2]) / 3);
+    }
+    QLM_PixelBlock block;
+    uint32_t width = 0, height = 0;
+    int channels = 3;
+};
+
 } // namespace
 
 QLM_ImageMap::QLM_ImageMap() = default;
@@ -110,21 +128,20 @@ bool QLM_ImageMap::LoadFromFile(const std::string& path, std::string& error) {
     uint32_t newWidth = 0, newHeight = 0;
     bool alpha = false;
     int newDepth = 0;
-    if (!LoadImageFile(path, block, newWidth, newHeight, alpha, newDepth, error)) return false;
+    std::string notice;
+    if (!LoadImageFile(path, block, newWidth, newHeight, alpha, newDepth, error, &notice)) return false;
     CreateWithPixelData(block, newWidth, newHeight, static_cast<uint8_t>(newDepth), true);
+    if (!notice.empty()) QLM_OS::Get().PrintMessageText(notice);
     return true;
 }
 
 bool QLM_ImageMap::LoadGreyFromFile(const std::string& path, std::string& error) {
     QLM_TRACE(2);
-    QLM_LoadedImage image;
-    if (!QLM_LoadImage(path, image, error)) return false;
-    QLM_PixelBlock block = QLM_MakePixelBlock(image.width, image.height, 1);
-    const uint8_t* color = image.color.data();
-    const size_t count = static_cast<size_t>(image.width) * image.height;
-    for (size_t i = 0; i < count; ++i, color += 3)
-        block[i] = static_cast<uint8_t>((color[0] + color[1] + color[2]) / 3);
-    CreateWithPixelData(block.release(), image.width, image.height, 1, true);
+    GreySink grey;
+    std::string notice;
+    if (!QLM_LoadImageRows(path, grey, notice, error)) return false;
+    CreateWithPixelData(grey.block.release(), grey.width, grey.height, 1, true);
+    if (!notice.empty()) QLM_OS::Get().PrintMessageText(notice);
     return true;
 }
 
@@ -132,13 +149,14 @@ bool QLM_ImageMap::SaveToFile(const std::string& path, std::string& error) {
     QLM_TRACE(2);
     ThreadLockerScope scope(&lock);
     const uint8_t* block = GetPixels();
-    QLM_PixelBlock color;
-    if (block && depth == 1) {
-        color = QLM_ReplicateGrey(block, width, height);
-        block = color.get();
-    }
+    const auto grey = [&](uint32_t row, uint8_t* samples) {
+        const uint8_t* from = block + static_cast<size_t>(row) * width;
+        for (size_t x = 0; x < width; ++x) memset(samples + x * 3, from[x], 3);
+    };
     std::string notice;
-    const bool saved = SaveMapToFile(path, block, width, height, depth == 4, error, &notice);
+    const bool saved = block && depth == 1
+                           ? SaveMapRowsToFile(path, grey, width, height, false, error, &notice)
+                           : SaveMapToFile(path, block, width, height, depth == 4, error, &notice);
     if (!notice.empty()) QLM_OS::Get().PrintMessageText(notice);
     return saved;
 }

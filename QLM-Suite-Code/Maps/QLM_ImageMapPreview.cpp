@@ -1,6 +1,7 @@
 // The preview of image maps: building its block.
 
 #include "Engine/QLM_Engine.h"
+#include "Images/QLM_ForRows.h"
 #include "Images/QLM_GL_Textures.h"
 #include "Maps/QLM_ImageMap.h"
 #include "Math/QLM_MathTables.h"
@@ -23,11 +24,18 @@ struct CheckerColors {
 template <class Pixel>
 void SamplePreview(std::vector<uint8_t>& rgb, uint32_t previewWidth, uint32_t previewHeight, uint32_t width,
                    uint32_t height, Pixel&& pixel) {
-    uint8_t* out = rgb.data();
-    for (uint64_t row = 0; row < previewHeight; ++row)
-        for (uint64_t column = 0; column < previewWidth; ++column, out += 3)
-            pixel(static_cast<uint32_t>(row * height / previewHeight),
-                  static_cast<uint32_t>(column * width / previewWidth), out);
+    std::vector<uint32_t> columns(previewWidth);
+    for (uint64_t i = 0; i < previewWidth; ++i) columns[i] = static_cast<uint32_t>(i * width / previewWidth);
+    QLM_ForRows(previewWidth, previewHeight, [&](uint32_t first, uint32_t end) {
+        uint8_t* out = rgb.data() + static_cast<size_t>(first) * previewWidth * 3;
+        for (uint64_t i = first; i < end; ++i) {
+            const uint32_t row = static_cast<uint32_t>(i * height / previewHeight);
+            for (const uint32_t column : columns) {
+                pixel(row, column, out);
+                out += 3;
+            }
+        }
+    });
 }
 
 } // namespace

@@ -11,8 +11,8 @@
 
 namespace {
 
-QLM_TopTreeGroup* MakeTree(const char* name) {
-    auto* tree = new QLM_TopTreeGroup;
+template <class Tree> Tree* MakeTree(const char* name) {
+    auto* tree = new Tree;
     tree->SetNameText(name);
     tree->SetBool("manager/noRename", true);
     return tree;
@@ -38,12 +38,18 @@ bool IsChannelSwitchedOn(const std::string& channel, const bool switches[8], con
 
 } // namespace
 
-QLM_MapManager::QLM_MapManager() : tree(MakeTree("Image Maps")), layerTree(MakeTree("Image Map Layers")) {
+QLM_MapManager::QLM_MapManager()
+    : tree(MakeTree<QLM_TopTreeGroup>("Image Maps")), layerTree(MakeTree<QLM_MapLayerGroup>("Image Map Layers")) {
     layerTree->SetBool("DISPLAY_REVERSED", true);
     bufferWorkhorse.Reset(new QLM_ImageMapBufferWorkhorse([this](QLM_List<QLM_ImageMap*>& maps) {
-        for (QLM_MaterialMapSource* map : GetMaps()) {
+        // What strokes write: never a composite.
+        const auto add = [&maps](QLM_MaterialMapSource* map) {
             maps.Add(map);
             if (map->HasMaskSameSize()) maps.Add(&map->Mask);
+        };
+        for (QLM_MaterialMapSource* map : GetMaps()) {
+            if (!map->HasLayerData()) add(map);
+            for (const QLM_MaterialMapSource::Member& member : map->GetMembers()) add(member.map);
         }
     }));
 }
@@ -56,14 +62,19 @@ QLM_MapManager::~QLM_MapManager() {
 void QLM_MapManager::Initialize() {
     QLM_Engine* engine = QLM_GetEngine();
     if (!engine) return;
-    for (QLM_TopTreeGroup* group : {tree.Get(), layerTree.Get()})
+    for (QLM_TopTreeGroup* group : {tree.Get(), static_cast<QLM_TopTreeGroup*>(layerTree.Get())})
         if (engine->topTreeGroups.IndexOf(group) < 0) engine->topTreeGroups.Add(group);
 }
 
 void QLM_MapManager::Clear() {
     DeleteAllMaps();
     tree->DeleteChildren();
+    layerTree->DeleteAllItems();
     layerTree->DeleteChildren();
+}
+
+void QLM_MapManager::OnIdle() {
+    if (bufferWorkhorse->NeedsRun()) bufferWorkhorse->PerformParallelProcessingStatic();
 }
 
 std::string QLM_MapManager::MakeUniqueName(const std::string& name) {
@@ -76,6 +87,7 @@ QLM_MaterialMapSource* QLM_MapManager::CreateMapSource() {
     const std::string name = MakeUniqueName("New Map.PNG");
     auto* map = new QLM_MaterialMapSource;
     map->SetNameText(name);
+    map->SetLayerGroup(layerTree.Get());
     tree->AddItem(map);
     return map;
 }
@@ -100,6 +112,7 @@ QLM_MaterialMapSource* QLM_MapManager::LoadMapFromFile(const std::string& path, 
     if (!map->LoadFromFileWithAlpha(nativePath, error)) return nullptr;
     map->SetMapFileName(nativePath);
     map->IsDefaultMap = false;
+    map->SetLayerGroup(layerTree.Get());
     // Names know no separators: make the one that the map bears unique, not the file's.
     map->SetNameText(QLM_FileNameOf(nativePath));
     map->SetNameText(MakeUniqueName(map->GetName()));
@@ -128,14 +141,27 @@ void QLM_MapManager::AssignMapToMaterialChannel(QLM_MaterialMapList* list, QLM_M
 }
 
 bool QLM_MapManager::CanPaintMaterial(const QLM_MaterialMapList& list, const QLM_Material& material, uint32_t bindingID,
-                                      const bool switches[8], const std::string& shownChannel) {
+                                      const bool switches[8], const std::string& shownChannel, std::string* refused) {
     const QLM_MaterialMapBinding* target = list.FindByID(bindingID);
     if (!target) return false;
-    return std::any_of(material.channels.begin(), material.channels.end(), [&](const auto& channel) {
+    bool takesPaint = false;
+    for (const QLM_MaterialChannel* channel : material.channels) {
         const QLM_MaterialMapBinding* binding = list.FindByID(channel->MapBindingID);
-        return binding && binding->SourceID == target->SourceID &&
-               IsChannelSwitchedOn(channel->GetName(), switches, shownChannel);
-    });
+        if (!binding || binding->SourceID != target->SourceID) continue;
+        if (!IsChannelSwitchedOn(channel->GetName(), switches, shownChannel)) continue;
+        if (refused && channel->GetName() != shownChannel) *refused = channel->GetName();
+        else takesPaint = true;
+    }
+    return takesPaint;
+}
+
+void QLM_MapManager::GetMapListFromObjects_OnVisit(const QLM_MaterialMapList& list,
+                                                   const QLM_List<QLM_Material*>& materials,
+                                                   QLM_List<QLM_MaterialMapSource*>& maps) {
+    for (const QLM_Material* material : materials)
+        for (const QLM_MaterialChannel* channel : material->channels)
+            if (QLM_MaterialMapSource* map = QLM_GetChannelMap(list, channel); map && maps.IndexOf(map) < 0)
+                maps.Add(map);
 }
 
 QLM_RootClassQueue<QLM_MaterialMapSource*> QLM_MapManager::GetMaps() {
@@ -146,6 +172,11 @@ QLM_MaterialMapSource* QLM_MapManager::FindMap(const std::string& name, int occu
     for (QLM_MaterialMapSource* map : GetMaps())
         if (name == map->GetName() && --occurrence == 0) return map;
     return nullptr;
+}
+
+void QLM_MapManager::RenameMap(QLM_MaterialMapSource* map, const std::string& name) {
+    map->SetNameText({}); // its own name is not in the way
+    map->SetNameText(MakeUniqueName(QLM_CleanName(name)));
 }
 
 void QLM_MapManager::DeleteMaps(QLM_List<QLM_MaterialMapSource*>& maps) {
@@ -177,15 +208,12 @@ void QLM_MapManager::DeleteAllMaps() {
     DeleteMaps(maps);
 }
 
-bool QLM_MapManager::ExportImageMap(QLM_MaterialMapSource* map, const std::string& path, std::string& error) {
-    QLM_TRACE(1);
-    QLM_CheckItem(map, "QLM_MapManager::ExportImageMap");
-    return map->SaveToFile(QLM_NativePath(path), error);
-}
-
 void QLM_MapManager::SweepMaps() {
-    for (QLM_MaterialMapSource* map : GetMaps())
-        if (!map->IsRecentlyUsed()) map->SwapOut();
+    for (QLM_MaterialMapSource* map : GetMaps()) {
+        // A composite is shown all the time, while most of its members rest.
+        if (map->IsRecentlyUsed()) map->SwapOutIdleMembers();
+        else map->SwapOut();
+    }
 }
 
 void QLM_MapManager::ClearRecentlyUsed() {

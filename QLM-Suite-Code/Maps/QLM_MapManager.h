@@ -5,8 +5,8 @@
 #include "Engine/QLM_Manager.h"
 #include "Engine/QLM_TreeGroup.h"
 #include "Maps/QLM_ImageMapBuffer.h"
+#include "Maps/QLM_MapLayer.h"
 
-class QLM_MapLayer;
 class QLM_Material;
 class QLM_MaterialChannel;
 class QLM_MaterialMapBinding;
@@ -19,6 +19,7 @@ class QLM_MapManager : public QLM_Manager {
     QLM_MapManager();
     ~QLM_MapManager() override;
     void Initialize() override;
+    void OnIdle() override;
     void Clear() override;
 
     /// A new source "New Map.PNG" (made unique) in "Image Maps", without pixels; owned by the manager.
@@ -31,32 +32,78 @@ class QLM_MapManager : public QLM_Manager {
                                     QLM_MaterialMapSource* map);
     QLM_MaterialMapBinding* GetBinding(QLM_MaterialMapList* list, QLM_MaterialMapSource* map, bool create);
     /// True when a channel of `material` that points at `target` takes paint; see the tool manager's switches.
-    /// `shownChannel` is the channel that the stroke's viewport displays. Any thread, with everything copied.
+    /// `shownChannel` is the channel that the stroke's viewport displays. Tools that read the viewport's picture can
+    /// paint that one only: their `refused` takes the name of another that the switches would let them paint, and no
+    /// other tool passes it. Any thread, with everything copied.
     static bool CanPaintMaterial(const QLM_MaterialMapList& list, const QLM_Material& material, uint32_t bindingID,
-                                 const bool switches[8], const std::string& shownChannel);
+                                 const bool switches[8], const std::string& shownChannel,
+                                 std::string* refused = nullptr);
+
+    /// Adds the maps that the channels of an object's materials are bound to, each once.
+    static void GetMapListFromObjects_OnVisit(const QLM_MaterialMapList& list,
+                                              const QLM_List<QLM_Material*>& materials,
+                                              QLM_List<QLM_MaterialMapSource*>& maps);
 
     QLM_RootClassQueue<QLM_MaterialMapSource*> GetMaps();
     QLM_MaterialMapSource* FindMap(const std::string& name, int occurrence = 1);
+    void RenameMap(QLM_MaterialMapSource* map, const std::string& name); ///< made unique
     /// Unlinks every channel from these maps and deletes them; empties the list. Asks nothing.
     void DeleteMaps(QLM_List<QLM_MaterialMapSource*>& maps);
     void DeleteAllMaps();
-    /// Writes the composite (with its mask as alpha where the format can hold it); false with one message.
-    bool ExportImageMap(QLM_MaterialMapSource* map, const std::string& path, std::string& error);
+    /// Writes the composite without checker (with its mask as alpha where the format can hold it), and with a
+    /// `maskPath` the alpha as a grey picture; false with one message.
+    bool ExportImageMap(QLM_MaterialMapSource* map, const std::string& path, std::string& error,
+                        const std::string& maskPath = {});
+    /// Writes what the map holds for the current layer, with its mask; false with one message when there is nothing.
+    bool ExportMapFromCurrentLayer(QLM_MaterialMapSource* map, const std::string& path, std::string& error);
+    /// A picture with its alpha replaces what the map holds for the current layer, resized to the map; a map in a scene
+    /// without layers, or one without pixels, is loaded itself. False with one message, nothing changed.
+    bool ImportMapIntoCurrentLayer(QLM_MaterialMapSource* map, const std::string& path, std::string& error);
+
+    /// Ends a picture that is being drawn: it reads the maps that are about to change.
+    static void BeforeMapsChange();
+
+    // Operations on what tools would paint: the current layer's member of a map with members, else the map itself. Maps
+    // without that member are skipped. All false with a message, nothing changed, while the layer is hidden or locked.
+    /// Fills with the background colour and makes an existing mask transparent; with `opaque` (the Alt key) opaque, and
+    /// a missing member is made.
+    bool ClearImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool opaque);
+    bool InvertImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps);
+    bool ConvertImageMapsToGreyscale(const QLM_List<QLM_MaterialMapSource*>& maps); ///< (R + G + B) / 3
+    /// Stretches the samples so that the smallest of a map becomes 0 and the largest 255.
+    bool NormalizeImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps);
+    /// Asks, then deletes the maps and their bindings; empties the list. False when the user declines.
+    bool DeleteImageMaps(QLM_List<QLM_MaterialMapSource*>& maps);
     /// Swaps out maps that weren't used since the last idle pass.
     void SweepMaps();
     void ClearRecentlyUsed();
 
     QLM_ImageMapBufferWorkhorse* GetBufferWorkhorse() { return bufferWorkhorse.Get(); }
+    /// Snapshots are being refreshed in the background.
+    bool AreSnapshotsPending() const { return bufferWorkhorse->IsThreadRunning(); }
     QLM_Workhorse* overdrawWorkhorse = nullptr; ///< owned; made by the composition root, lives in Rendering
 
     QLM_TopTreeGroup* GetTree() { return tree.Get(); }
-    QLM_TopTreeGroup* GetLayerTree() { return layerTree.Get(); }
+    QLM_MapLayerGroup* GetLayerTree() { return layerTree.Get(); }
     /// The layer that takes paint; null while there are no layers.
-    QLM_MapLayer* GetCurrentMapLayer() const { return nullptr; }
+    QLM_MapLayer* GetCurrentMapLayer() const { return layerTree->GetCurrentLayer(); }
+    void SetCurrentMapLayer(QLM_MapLayer* layer);
+    /// A new layer on top, its name made unique; it becomes current. The first one gets "Background" below it, which
+    /// carries the maps as they are.
+    QLM_MapLayer* CreateMapLayer(const std::string& name = "New Layer");
+    /// Deletes a layer with what the maps hold for it. A map's last member leaves its composite behind. Asks nothing.
+    void DeleteMapLayer(QLM_MapLayer* layer);
+    /// Puts "Merged Layers", now current, in the place of the visible unlocked layers; false with a message when there
+    /// are fewer than two of them. With `ask` false also when the user declines.
+    bool MergeVisibleImageLayers(bool ask, std::string& error);
 
   private:
+    /// Runs `edit` on what tools would paint of each map, with its lock held and a whole change behind it.
+    bool EditImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool createMember,
+                       const std::function<void(QLM_MaterialMapSource&)>& edit);
     std::string MakeUniqueName(const std::string& name);
     QLM_MaterialMapSource* FindMapOfFile(const std::string& nativePath);
-    QLM_Owned<QLM_TopTreeGroup> tree, layerTree;
+    QLM_Owned<QLM_TopTreeGroup> tree;
+    QLM_Owned<QLM_MapLayerGroup> layerTree;
     QLM_Owned<QLM_ImageMapBufferWorkhorse> bufferWorkhorse;
 };

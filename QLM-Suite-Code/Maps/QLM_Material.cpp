@@ -152,6 +152,19 @@ QLM_MaterialMapSource* QLM_MaterialMapBinding::GetSource() const {
     return QLM_FindByID<QLM_MaterialMapSource>(SourceID);
 }
 
+bool QLM_MaterialMapBinding::SaveToStream_Text(FILE* stream, bool) {
+    QLM_WriteInt(stream, "ID", GetID());
+    return true;
+}
+
+bool QLM_MaterialMapBinding::LoadFromStream_Text_ConsiderCommand(FILE*, const std::string& key,
+                                                                 const std::string& value) {
+    TextCommand command(key, value);
+    if (command.Is("ID")) command.ReadUnsigned(recordID);
+    else command.Is("dummy"); // written by older versions
+    return command.Handled();
+}
+
 QLM_MaterialMapList::~QLM_MaterialMapList() {
     for (QLM_MaterialMapBinding* binding : *this) delete binding;
 }
@@ -166,6 +179,12 @@ QLM_MaterialMapBinding* QLM_MaterialMapList::FindBySource(uint32_t sourceID) con
     for (QLM_MaterialMapBinding* binding : *this)
         if (binding->SourceID == sourceID) return binding;
     return nullptr;
+}
+
+QLM_MaterialMapBinding* QLM_MaterialMapList::FindByChannel(const QLM_Material& material,
+                                                           const std::string& channel) const {
+    const QLM_MaterialChannel* found = material.FindChannel(channel);
+    return found ? FindByID(found->MapBindingID) : nullptr;
 }
 
 QLM_MaterialMapSource* QLM_GetChannelMap(const QLM_MaterialMapList& list, const QLM_MaterialChannel* channel) {

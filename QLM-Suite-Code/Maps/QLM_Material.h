@@ -50,10 +50,14 @@ class QLM_Material : public virtual QLM_UserAsset {
 class QLM_MaterialMapBinding : public virtual QLM_BaseClass {
   public:
     QLM_MaterialMapBinding() { ReAddToIDMap(); }
+    /// The record is the line "ID" alone; the channels of its object name it by that.
+    bool SaveToStream_Text(FILE* stream, bool writeBlock = true) override;
+    bool LoadFromStream_Text_ConsiderCommand(FILE* stream, const std::string& key, const std::string& value) override;
     QLM_MaterialMapSource* GetSource() const; ///< null when gone
     uint32_t SourceID = 0;
+    uint32_t recordID = 0; ///< the ID that it had when the record was written, 0 without a record
     bool inUse = true, live = true;
-    int32_t value = -1;
+    int32_t value = -1; ///< a map's number in a file that is being read
     std::vector<int32_t> polygons; ///< polygons whose material uses the map, ascending
 };
 
@@ -63,6 +67,8 @@ class QLM_MaterialMapList : public QLM_List<QLM_MaterialMapBinding*>, public vir
     ~QLM_MaterialMapList() override;
     QLM_MaterialMapBinding* FindByID(uint32_t id) const;
     QLM_MaterialMapBinding* FindBySource(uint32_t sourceID) const;
+    /// The binding of a material's channel; null for none.
+    QLM_MaterialMapBinding* FindByChannel(const QLM_Material& material, const std::string& channel) const;
 };
 
 /// The map bound to a channel, null for none. `list` is that of the material's object.

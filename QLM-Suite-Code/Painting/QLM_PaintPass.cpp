@@ -1,6 +1,7 @@
 #include "Painting/QLM_PaintPass.h"
 
 #include "Core/Logging/QLM_Logger.h"
+#include "Core/OS/QLM_OS.h"
 #include "Core/Threads/QLM_ThreadCruncher.h"
 #include "Engine/QLM_Engine.h"
 #include "Geometry/QLM_Mesh.h"
@@ -70,8 +71,13 @@ int QLM_PaintPass::Run() {
     CollectCandidates();
     if (candidates.empty()) return 0;
     FillVertexWeights();
+    const QLM_MapWriteScope write(QLM_GetManagers().GetMapManager()->GetBufferWorkhorse());
     for (const QLM_MaterialMapBinding* binding : mesh.GetMapList())
         if (binding->inUse && binding->live) PaintBinding(*binding);
+    if (!refusedChannel.empty())
+        QLM_OS::Get().PrintMessageNoRepeat("Cannot paint on the \"%s\" channel since the touch-up \"Type\" of this "
+                                           "brush depends on the contents of the current viewport.",
+                                           refusedChannel);
     return writtenPolygons;
 }
 
@@ -196,7 +202,8 @@ void QLM_PaintPass::BuildList(const QLM_MaterialMapBinding& binding) {
         if (takes < 0) {
             const QLM_Material* used = mesh.GetMaterialOfPolygon(p);
             takes = used && QLM_MapManager::CanPaintMaterial(mesh.GetMapList(), *used, binding.GetID(),
-                                                             settings.channels, settings.shownChannel);
+                                                             settings.channels, settings.shownChannel,
+                                                             tool.IsNeighbourType() ? &refusedChannel : nullptr);
         }
         if (!takes) continue;
         entries.push_back({p, triangles, 0, 0, false, false});

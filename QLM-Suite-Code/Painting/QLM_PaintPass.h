@@ -110,5 +110,6 @@ class QLM_PaintPass {
     int32_t bandHeight = 1, firstBandRow = 0;
     std::vector<std::vector<int32_t>> bands; ///< entries of each band of rows, in list order
     float affectedUV[4] = {1, 1, 0, 0};
+    std::string refusedChannel; ///< one that the tool could not paint, as it isn't displayed
     int writtenPolygons = 0;
 };

@@ -13,6 +13,7 @@
 #include "Math/QLM_MathTables.h"
 #include "Math/QLM_Random.h"
 #include "Rasterizer/QLM_DepthBuffer.h"
+#include "Rasterizer/QLM_RasterizeOptions.h"
 #include "Rendering/QLM_CullingManager.h"
 #include "Rendering/QLM_OverdrawBufferWorkhorse.h"
 #include "Rendering/QLM_Viewport.h"
@@ -33,7 +34,36 @@ constexpr int WidestOverlay = 8192;
 constexpr struct {
     const char* label;
     int mode;
-} paintTypes[] = {{"Normal", 0}};
+} paintTypes[] = {{"Normal", 0},
+                  {"Colorize", 7},
+                  {"Multiply", 8},
+                  {"Overlay", 9},
+                  {"Screen", 10},
+                  {"RGB Up", 11},
+                  {"Saturation Up", 12},
+                  {"Hue Up", 13},
+                  {"Saturation", 14},
+                  {"Hue", 15},
+                  {"RGB Down", 18},
+                  {"Saturation Down", 19},
+                  {"Hue Down", 20},
+                  {"Lighten", 22},
+                  {"Light Only", 23},
+                  {"Lightness", 24},
+                  {"Dodge", 25},
+                  {"Contrast Up", 26},
+                  {"Natural Contrast Up", 27},
+                  {"Highlight", 28},
+                  {"Darken", 32},
+                  {"Dark Only", 33},
+                  {"Burn", 34},
+                  {"Contrast Down", 35},
+                  {"Natural Contrast Down", 36},
+                  {"Shade", 37}};
+
+/// How far saturation modes spare pale pixels. The curve stands straight outside a stroke: nothing else may see it bent.
+constexpr float HueSpread = 0.1f;
+bool UsesHueSpread(int mode) { return mode == 7 || mode == 12 || mode == 14; }
 
 TOverlay_Workhorse& Workhorse() { return *dynamic_cast<TOverlay_Workhorse*>(QLM_GetEngine()->overlayWorkhorse); }
 
@@ -174,6 +204,7 @@ bool QLM_TouchupBrush::Press(QLM_Viewport* viewport, int button, float x, float 
     culling->PrepareCulling();
     manager->BeforePaint(this);
     CopySettings(viewport);
+    SetSaturationSpread(UsesHueSpread(settings.mode) ? HueSpread : 0.0f);
     StartOverlay(viewport);
 
     MousePoints.clear();
@@ -231,7 +262,12 @@ bool QLM_TouchupBrush::BuildPreview(QLM_Viewport* viewport, QLM_PictureBox& box,
 
     const int viewWidth = static_cast<int>(render.PolygonIDMask.GetWidth()),
               viewHeight = static_cast<int>(render.PolygonIDMask.GetHeight());
+    const QLM_PaintPixelFunction paint = QLM_GetPaintPixelFunction(settings.mode);
+    if (!paint) return false;
     const int strength = QLM_FloatToByte(settings.color[3]);
+    const QLM_BlendParameters parameters{strength, SaturationSpread()};
+    uint8_t source[3];
+    for (int c = 0; c < 3; ++c) source[c] = QLM_FloatToByte(settings.color[c]);
     const uint8_t* stamped = part.GetPixels();
     rgba.assign(part.GetByteCount() * 4, 0);
     uint8_t* to = rgba.data();
@@ -243,9 +279,7 @@ bool QLM_TouchupBrush::BuildPreview(QLM_Viewport* viewport, QLM_PictureBox& box,
             const int viewX = std::min(viewWidth - 1, (2 * x + 1) * viewWidth / (2 * width));
             const size_t from = static_cast<size_t>(viewY) * viewWidth + viewX;
             if (onModel[from] == 0) continue;
-            const uint8_t weight = QLM_MixCurveAt(255, alpha);
-            for (size_t c = 0; c < 3; ++c)
-                to[c] = QLM_MixByte(unlit[from * 3 + c], QLM_FloatToByte(settings.color[c]), weight);
+            paint(unlit + from * 3, 255, source, alpha, parameters, to);
             to[3] = 255;
         }
     }
@@ -267,6 +301,7 @@ void QLM_TouchupBrush::Release(QLM_Viewport* viewport, int button, float x, floa
     if (LockToX) y = StartY;
     QLM_PaintBrush_Base::OnMouse(viewport, button, QLM_Tool::Release, x, y);
     FinalizePainting(viewport);
+    SetSaturationSpread(0.0f);
     Painting = false;
     QLM_GetManagers().GetToolManager()->AfterPaint();
 }

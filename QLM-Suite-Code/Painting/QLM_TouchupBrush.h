@@ -13,6 +13,8 @@ class QLM_PaintBrush_Base : public QLM_Brush {
     QLM_BrushProperties& Properties() const override;
     float GetEffectiveSize() const override { return GetSize(); }
     virtual int GetPaintMode() const { return 0; }
+    /// True for a tool that works on what the viewport shows: it can't paint the channels that aren't displayed.
+    virtual bool IsNeighbourType() const { return false; }
     /// False leaves a triangle unpainted; it keeps its gutter. Any thread.
     virtual bool AcceptTriangle(const QLM_RasterizeOptions&) const { return true; }
 };

@@ -1,6 +1,8 @@
 #pragma once
 // The block of parameters and state of one triangle call, and the table of rasterizer instances.
 
+#include "Rasterizer/QLM_BlendTypes.h"
+
 #include <cstdint>
 
 /// One corner of a triangle.
@@ -59,6 +61,11 @@ QLM_RasterizeFunction QLM_GetScreenRasterizer(QLM_ScreenRasterizer which);
 
 /// Paint passes by mode number; null for a mode without rasterizer. Reads readPixels, writes targetPixels.
 QLM_RasterizeFunction QLM_GetPaintRasterizer(int paintMode);
+/// What that pass does to one pixel: mixes source s into d, three bytes each, with alpha a over mask m. `out` may be
+/// neither of them.
+using QLM_PaintPixelFunction = void (*)(const uint8_t* d, int m, const uint8_t* s, int a, const QLM_BlendParameters& p,
+                                        uint8_t* out);
+QLM_PaintPixelFunction QLM_GetPaintPixelFunction(int paintMode);
 /// Enters a triangle's claims on gutter pixels (closest wins, then the earlier); run over the whole list first.
 void QLM_ClaimGutter(QLM_RasterizeOptions& options);
 /// Replaces the covered bytes of a grey plane by colorBytes[0].

@@ -3,6 +3,7 @@
 // Included only by the sources that fill the table of instances.
 
 #include "Math/QLM_MathTables.h"
+#include "Rasterizer/QLM_BlendTypes.h"
 #include "Rasterizer/QLM_MapFilters.h"
 #include "Rasterizer/QLM_RasterizeOptions.h"
 
@@ -163,7 +164,8 @@ struct QLM_PaintTriangle {
           readMask(o.readMask), overlay(o.overlayPixels), overlayWidth(static_cast<int32_t>(o.overlayWidth)),
           overlayHeight(static_cast<int32_t>(o.overlayHeight)), source(o.sourcePixels),
           sourceWidth(static_cast<int32_t>(o.sourceWidth)), sourceHeight(static_cast<int32_t>(o.sourceHeight)),
-          brushStrength(o.strength), strength(o.vertex[0].strength), strength1(o.vertex[1].strength - strength),
+          brushStrength(o.strength), blend{QLM_FloatToByte(o.strength), SaturationSpread()},
+          strength(o.vertex[0].strength), strength1(o.vertex[1].strength - strength),
           strength2(o.vertex[2].strength - strength) {
         std::copy(o.colorBytes, o.colorBytes + 4, color);
         QLM_Lanes corner[3];
@@ -191,6 +193,7 @@ struct QLM_PaintTriangle {
     int32_t sourceWidth, sourceHeight;
     uint8_t color[4];
     float brushStrength;
+    QLM_BlendParameters blend;
 
   private:
     float strength, strength1, strength2;

@@ -1,31 +1,87 @@
 // Paint passes: one shader a mode.
 
+#include "Rasterizer/QLM_BlendFormulas.h"
 #include "Rasterizer/QLM_RasterizerTemplate.inl.h"
+
+#include <cstring>
 
 namespace {
 
-/// Mixes towards the source; a transparent pixel takes it at once, so that no dark fringe shows.
-struct QLM_Shader_Normal : QLM_Shader {
+constexpr uint8_t white[3] = {255, 255, 255};
+
+template <class Formula>
+void PaintPixel(const uint8_t* d, int m, const uint8_t* s, int a, const QLM_BlendParameters& p, uint8_t* out) {
+    QLM_PaintPixel<Formula>(d, m, Formula::forcesWhite ? white : s, a, p, out);
+}
+
+/// Blends by one formula and raises the mask.
+template <class Formula> struct QLM_Shader_Blend : QLM_Shader {
     static void Write(const QLM_PaintTriangle& t, int64_t pixel, const uint8_t* s, uint8_t a) {
-        const uint8_t* d = t.read + pixel * 3;
-        uint8_t* target = t.target + pixel * 3;
         const uint8_t m = t.readMask ? t.readMask[pixel] : 255;
-        const uint8_t weight = QLM_MixCurveAt(m, a);
-        for (int i = 0; i < 3; ++i) target[i] = QLM_MixByte(d[i], s[i], weight);
-        if (t.targetMask) t.targetMask[pixel] = static_cast<uint8_t>(m + T((255 - m) * a));
+        uint8_t out[3]; // the target may be what is read
+        PaintPixel<Formula>(t.read + pixel * 3, m, s, a, t.blend, out);
+        std::memcpy(t.target + pixel * 3, out, 3);
+        if (t.targetMask) t.targetMask[pixel] = QLM_RaiseMask(m, a);
     }
 };
+
+struct Mode {
+    int number;
+    QLM_RasterizeFunction rasterize;
+    QLM_PaintPixelFunction pixel;
+};
+
+template <class Formula> constexpr Mode ModeOf(int number) {
+    return {number, &QLM_PaintRasterizer<QLM_Shader_Blend<Formula>, QLM_RasterFlags_Paint>::RasterizeTriangle,
+            &PaintPixel<Formula>};
+}
+
+constexpr Mode modes[] = {
+    ModeOf<QLM_Blend_Normal>(0),
+    ModeOf<QLM_Blend_Color>(7),
+    ModeOf<QLM_Blend_Multiply>(8),
+    ModeOf<QLM_Blend_Overlay>(9),
+    ModeOf<QLM_Blend_Screen>(10),
+    ModeOf<QLM_Blend_RgbUp>(11),
+    ModeOf<QLM_Blend_SaturationUp>(12),
+    ModeOf<QLM_Blend_HueUp>(13),
+    ModeOf<QLM_Blend_Saturation>(14),
+    ModeOf<QLM_Blend_Hue>(15),
+    ModeOf<QLM_Blend_RgbDown>(18),
+    ModeOf<QLM_Blend_SaturationDown>(19),
+    ModeOf<QLM_Blend_HueDown>(20),
+    ModeOf<QLM_Blend_Lighten>(22),
+    ModeOf<QLM_Blend_LightenOnly>(23),
+    ModeOf<QLM_Blend_Lightness>(24),
+    ModeOf<QLM_Blend_Dodge>(25),
+    ModeOf<QLM_Blend_ContrastUp>(26),
+    ModeOf<QLM_Blend_NaturalContrastUp>(27),
+    ModeOf<QLM_Blend_Highlight>(28),
+    ModeOf<QLM_Blend_Darken>(32),
+    ModeOf<QLM_Blend_DarkenOnly>(33),
+    ModeOf<QLM_Blend_Burn>(34),
+    ModeOf<QLM_Blend_ContrastDown>(35),
+    ModeOf<QLM_Blend_NaturalContrastDown>(36),
+    ModeOf<QLM_Blend_Shade>(37),
+    ModeOf<QLM_Blend_Normal>(44),
+};
+
+const Mode* FindMode(int number) {
+    const auto found =
+        std::find_if(std::begin(modes), std::end(modes), [&](const Mode& mode) { return mode.number == number; });
+    return found == std::end(modes) ? nullptr : found;
+}
 
 } // namespace
 
 QLM_RasterizeFunction QLM_GetPaintRasterizer(int paintMode) {
-    switch (paintMode) {
-    case 0:
-    case 44:
-        return &QLM_PaintRasterizer<QLM_Shader_Normal, QLM_RasterFlags_Paint>::RasterizeTriangle;
-    default:
-        return nullptr;
-    }
+    const Mode* mode = FindMode(paintMode);
+    return mode ? mode->rasterize : nullptr;
+}
+
+QLM_PaintPixelFunction QLM_GetPaintPixelFunction(int paintMode) {
+    const Mode* mode = FindMode(paintMode);
+    return mode ? mode->pixel : nullptr;
 }
 
 void QLM_ClaimGutter(QLM_RasterizeOptions& o) {

@@ -27,6 +27,7 @@ const QLM_ScriptTable& Table() {
         QLM_AddSelectionStatements(t);
         QLM_AddGroupStatements(t);
         QLM_AddMorphStatements(t);
+        QLM_AddLayerStatements(t);
         QLM_AddReportStatement(t);
         return t;
     }();

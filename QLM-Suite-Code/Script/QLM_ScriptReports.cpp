@@ -97,7 +97,7 @@ void ReportMaps(FILE* out) {
             .Text("map", map->GetName())
             .Integer("width", map->GetWidth())
             .Integer("height", map->GetHeight())
-            .Integer("layers", 0)
+            .Integer("layers", static_cast<long long>(map->GetMembers().size()))
             .Text("file", map->GetMapFileName())
             .Hash("hash", hash);
     }
@@ -202,6 +202,7 @@ bool Report(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
     }
     if (what == "objects") ReportObjects(state.reports);
     else if (what == "maps") ReportMaps(state.reports);
+    else if (what == "layers") QLM_ReportLayers(state.reports);
     else if (what == "materials") ReportMaterials(state.reports);
     else if (what == "morphs") QLM_ReportMorphs(state.reports);
     else if (what == "groups") QLM_ReportGroups(state.reports);
@@ -214,7 +215,7 @@ bool Report(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
             .Integer("peak_bytes", StatusBytes("VmHWM:"))
             .Integer("parked_bytes", static_cast<long long>(QLM_VirtualMemory_StoredBytes()));
     else {
-        error = "report takes objects, mesh NAME, maps, materials, morphs, groups, tools, viewports, commands or "
+        error = "report takes objects, mesh NAME, maps, layers, materials, morphs, groups, tools, viewports, commands or "
                 "memory, not \"" + what + "\"";
         return false;
     }

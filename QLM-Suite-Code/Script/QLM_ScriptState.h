@@ -6,6 +6,7 @@
 
 #include <map>
 
+class QLM_Material;
 class QLM_MaterialMapSource;
 class QLM_Object;
 
@@ -38,6 +39,11 @@ void QLM_AddSelectionStatements(QLM_ScriptTable& table);
 void QLM_AddGroupStatements(QLM_ScriptTable& table);
 void QLM_AddMorphStatements(QLM_ScriptTable& table);
 void QLM_AddReportStatement(QLM_ScriptTable& table);
+void QLM_AddLayerStatements(QLM_ScriptTable& table);
+/// The verbs of `map` but for `assign`.
+bool QLM_RunMapStatement(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& error);
+/// A line for each layer, and for each map that holds something for it.
+void QLM_ReportLayers(FILE* out);
 
 /// One JSON line for each display group, by column.
 void QLM_ReportGroups(FILE* out);
@@ -47,6 +53,7 @@ QLM_Object* QLM_FindScriptObject(const std::string& word, std::string& error);
 /// Splits "OBJECT/NAME" into the object and the name inside it; a plain NAME means the current object. Null with a
 /// reason.
 QLM_Object* QLM_FindScriptObjectOf(const std::string& word, std::string& name, std::string& error);
+QLM_Material* QLM_FindScriptMaterial(const std::string& word, std::string& error);
 QLM_MaterialMapSource* QLM_FindScriptMap(const std::string& word, std::string& error);
 /// `report morphs`: a line for each morph of each object.
 void QLM_ReportMorphs(FILE* out);

@@ -10,6 +10,7 @@
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_ObjectManager.h"
 #include "Maps/QLM_MapManager.h"
+#include "Maps/QLM_MaterialManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Script/QLM_ScriptState.h"
 #include "Tools/QLM_ToolManager.h"
@@ -51,29 +52,43 @@ bool Object(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
             return false;
         }
         QLM_CreateDirectory(QLM_FolderOf(path));
-        QLM_IOManager* io = QLM_GetManagers().GetIOManager();
-        if (io->ExportObjectFile(object->GetMesh(), path, io->ExportVerticesOnly, io->ExportGroups)) return true;
+        if (QLM_GetManagers().GetIOManager()->ExportObject(object, path)) return true;
         error = LastMessage("the file " + path + " can't be written");
+        return false;
+    }
+    if (words[1] == "import-options") {
+        if (words.size() == 4) return QLM_GetManagers().GetIOManager()->SetOption(words[2], words[3], error);
+        error = "object import-options takes a key and a value";
         return false;
     }
     const bool named = words.size() == 2 || (words.size() == 3 && words[1] == "select");
     QLM_Object* object = named ? QLM_FindScriptObject(words.back(), error) : nullptr;
-    if (!named) error = "object takes a name, or export, a name and a path";
+    if (!named) error = "object takes a name, or export, a name and a path, or import-options, a key and a value";
     if (!object) return false;
     QLM_GetManagers().GetObjectManager()->SetCurrentObject(object);
     return true;
 }
 
-bool Map(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& error) {
-    if (words[1] != "export") {
-        error = "map takes: export NAME PATH";
+/// Binds a map to one channel of one material.
+bool AssignMap(const QLM_ScriptWords& words, std::string& error) {
+    QLM_MaterialMapSource* map = QLM_FindScriptMap(words[2], error);
+    QLM_Material* material = map ? QLM_FindScriptMaterial(words[3], error) : nullptr;
+    if (!material) return false;
+    if (!static_cast<QLM_MaterialChannel*>(material->FindChannel(words[4]))) {
+        error = "there is no channel \"" + words[4] + "\"; there are:";
+        for (const QLM_MaterialChannel* channel : material->channels) error += std::string(" ") + channel->GetName();
         return false;
     }
-    QLM_MaterialMapSource* map = QLM_FindScriptMap(words[2], error);
-    if (!map) return false;
-    const std::string path = state.WritePath(words[3]);
-    QLM_CreateDirectory(QLM_FolderOf(path));
-    return QLM_GetManagers().GetMapManager()->ExportImageMap(map, path, error);
+    MapGroupInfo group;
+    group.channel = words[4];
+    group.materials.Add(material);
+    QLM_GetManagers().GetMaterialManager()->AssignMap(group, map);
+    return true;
+}
+
+bool Map(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& error) {
+    if (words[1] == "assign" && words.size() == 5) return AssignMap(words, error);
+    return QLM_RunMapStatement(state, words, error);
 }
 
 bool Material(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) {
@@ -81,28 +96,9 @@ bool Material(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error
         error = "material takes a name";
         return false;
     }
-    const std::string& word = words.back();
-    std::string name = word, known;
-    int occurrence;
-    QLM_Object* owner = nullptr; // any object's, without one named
-    if (word.find('/') != std::string::npos && !(owner = QLM_FindScriptObjectOf(word, name, error))) return false;
-    QLM_SplitOccurrence(std::string(name), name, occurrence);
-    QLM_Material* found = nullptr;
-    QLM_List<QLM_Material*> all;
-    for (auto objects = QLM_GetManagers().GetObjectManager()->GetObjects(false); !objects.IsEmpty(); objects.Pop())
-        if (QLM_Mesh* mesh = objects->GetMesh())
-            for (QLM_Material* material : mesh->GetMaterials()) {
-                all.Add(material);
-                if (owner && owner != objects.front()) continue;
-                known += (known.empty() ? "" : ", ") + std::string(material->GetName());
-                if (material->GetName() == name && --occurrence == 0) found = material;
-            }
-    if (!found) {
-        error = "there is no material \"" + word + "\"; there are: " + known;
-        return false;
-    }
-    for (QLM_Material* material : all) material->SetMarked(material == found);
-    return true;
+    QLM_Material* found = QLM_FindScriptMaterial(words.back(), error);
+    if (found) QLM_GetManagers().GetMaterialManager()->SelectMaterial(found);
+    return found;
 }
 
 bool Tool(QLM_ScriptState&, const QLM_ScriptWords& words, std::string& error) {
@@ -183,11 +179,33 @@ QLM_MaterialMapSource* QLM_FindScriptMap(const std::string& word, std::string& e
     return nullptr;
 }
 
+QLM_Material* QLM_FindScriptMaterial(const std::string& word, std::string& error) {
+    std::string whole = word, name, known;
+    QLM_Object* owner = nullptr; // any object's, without one named
+    if (word.find('/') != std::string::npos && !(owner = QLM_FindScriptObjectOf(word, whole, error))) return nullptr;
+    int occurrence;
+    QLM_SplitOccurrence(whole, name, occurrence);
+    for (const std::string& wanted : {whole, name}) {
+        int left = wanted == whole ? 1 : occurrence;
+        known.clear();
+        for (auto objects = QLM_GetManagers().GetObjectManager()->GetObjects(false); !objects.IsEmpty(); objects.Pop()) {
+            QLM_Mesh* mesh = !owner || owner == objects.front() ? objects->GetMesh() : nullptr;
+            if (!mesh) continue;
+            for (QLM_Material* material : mesh->GetMaterials()) {
+                if (material->GetName() == wanted && --left == 0) return material;
+                known += (known.empty() ? "" : ", ") + std::string(material->GetName());
+            }
+        }
+    }
+    error = "there is no material \"" + word + "\"; there are: " + known;
+    return nullptr;
+}
+
 void QLM_AddItemStatements(QLM_ScriptTable& table) {
     table["import"] = {1, 1, Import};
     table["command"] = {1, 2, Command};
     table["object"] = {1, 3, Object};
-    table["map"] = {3, 3, Map};
+    table["map"] = {2, 7, Map};
     table["material"] = {1, 2, Material};
     table["tool"] = {1, 1, Tool};
     table["set"] = {2, 2, Set};

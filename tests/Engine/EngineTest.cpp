@@ -206,12 +206,13 @@ TEST_F(EngineTest, FirstStartHasDefaultsAndGivesAdviceOnce) {
     QLM_Engine& engine = Start(true);
     EXPECT_EQ(engine.startupMessages, std::vector<std::string>{QLM_GetString(413)});
     EXPECT_EQ(engine.runCount, 1);
-    EXPECT_EQ(engine.importPath, folder + "app/Objects/");
+    EXPECT_EQ(engine.importPath, folder + "app/Data/Objects/");
+    EXPECT_EQ(engine.exportPath, QLM_OS::GetDocumentsDirectory());
     EXPECT_EQ(engine.defaultProjectPath, folder + "app/Data/Default.quillmere");
     EXPECT_EQ(engine.colorTheme, 3u);
     EXPECT_NEAR(engine.displayColors[5], 160.0 / 255.0, 1e-6);
     const std::string written = Read(settingsFile);
-    EXPECT_EQ(written.rfind("ImportPath\t" + folder + "app/Objects/\n", 0), 0u);
+    EXPECT_EQ(written.rfind("ImportPath\t" + folder + "app/Data/Objects/\n", 0), 0u);
     EXPECT_NE(written.find("\nRunCount\t1\ndoPromptforHotkeyAssignment\t1\nshowHoverHints\t1\ncolorTheme\t3\n"),
               std::string::npos);
     EXPECT_NE(written.find("\nTabletCutoff\t0.010000\nHints\t1\nUndoLimit\t1024\nLoadDefaultProject\t1\n"),
@@ -235,7 +236,7 @@ TEST_F(EngineTest, SettingsAreReadWithCare) {
                         "ttPresetFiles\t/My Files/%SOURCE%\ncolorTheme\t-1\n");
     QLM_Engine& engine = Start(true);
     EXPECT_EQ(engine.importPath, folder + "models/");
-    EXPECT_EQ(engine.exportPath, folder + "app/Objects/");
+    EXPECT_EQ(engine.exportPath, QLM_OS::GetDocumentsDirectory());
     ASSERT_EQ(engine.searchPaths.size(), 2u);
     EXPECT_EQ(engine.searchPaths[0]->path, folder + "models/");
     EXPECT_FALSE(engine.searchPaths[0]->recursive);

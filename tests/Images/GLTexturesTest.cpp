@@ -78,6 +78,27 @@ TEST(GLTexture, KeepsItsPixelsAndRegistersItself) {
     EXPECT_EQ(QLM_GL_FindTexture("late"), nullptr);
 }
 
+TEST(GLTexture, UploadsAreBuiltWithoutAContext) {
+    const uint8_t pixels[18] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18};
+    QLM_GL_Texture texture(pixels, "", 3, 2, false);
+    uint32_t width, height;
+    EXPECT_EQ(texture.BuildUploadBlock(width, height), texture.Pixels);
+    EXPECT_TRUE(width == 3 && height == 2);
+    texture.PadToPowerOfTwo = true;
+    EXPECT_EQ(texture.BuildUploadBlock(width, height),
+              (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 0, 0, 10, 11, 12, 13, 14, 15, 16, 17, 18, 0, 0, 0}));
+    EXPECT_TRUE(width == 4 && height == 2);
+    EXPECT_EQ(QLM_GL_ExpandGrey(pixels, 2), (std::vector<uint8_t>{1, 1, 1, 2, 2, 2}));
+
+    // Without a context each upload returns at once and makes no name; a queued name waits for one.
+    uint32_t name = 0;
+    QLM_GL_UploadPreview(name, pixels, 3, 2);
+    EXPECT_EQ(name, 0u);
+    QLM_GL_SetActualTexture(pixels, 3, 2, 9728, true, true);
+    QLM_GL_QueueTextureDeletion(77);
+    QLM_GL_DeleteQueuedTextures();
+}
+
 TEST(DisplayList, IsNothingWithoutAContext) {
     QLM_DisplayList list;
     EXPECT_FALSE(QLM_GL_IsAvailable());

@@ -111,22 +111,24 @@ def lzw(data):
     return bytes(int(bits[i:i + 8], 2) for i in range(0, len(bits), 8))
 
 
-def tiff(pixel, bits, photometric, samples, packed=None, code=1, extra=(), tile=0, big_endian=False, colormap=()):
+def tiff(pixel, bits, photometric, samples, packed=None, code=1, extra=(), tile=0, big_endian=False, colormap=(),
+         planes=False):
     order = ">" if big_endian else "<"
 
-    def raw(xs, ys):
+    def raw(xs, ys, plane=slice(None)):
         out = b""
         for y in ys:
-            row = [s for x in xs for s in (pixel(x, y) if x < W and y < H else [0] * samples)]
+            row = [s for x in xs for s in (pixel(x, y) if x < W and y < H else [0] * samples)[plane]]
             out += b"".join(struct.pack(order + "H", s) for s in row) if bits == 16 else pack(row, bits)
         return (packed or (lambda d: d))(out)
 
     if tile:
         blocks = [raw(range(x, x + tile), range(y, y + tile)) for y in range(0, H, tile) for x in range(0, W, tile)]
     else:
-        blocks = [raw(range(W), range(y, min(H, y + 2))) for y in range(0, H, 2)]
+        parts = [slice(p, p + 1) for p in range(samples)] if planes else [slice(None)]
+        blocks = [raw(range(W), range(y, min(H, y + 2)), part) for part in parts for y in range(0, H, 2)]
     tags = [(256, 4, [W]), (257, 4, [H]), (258, 3, [bits] * samples), (259, 3, [code]), (262, 3, [photometric]),
-            (277, 3, [samples])]
+            (277, 3, [samples]), (284, 3, [2 if planes else 1])]
     if not tile:
         tags += [(273, 4, None), (278, 4, [2]), (279, 4, [len(b) for b in blocks])]
     else:
@@ -165,6 +167,13 @@ def bmp():
             + struct.pack("<IiiHHIIiiII", 40, W, H, 1, 24, 0, len(rows), 2835, 2835, 0, 0) + rows)
 
 
+def deep_bmp():
+    """32 bits: the fourth byte is the alpha."""
+    rows = b"".join(bytes((p[2], p[1], p[0], p[3])) for y in reversed(range(H)) for p in (rgba(x, y) for x in range(W)))
+    return (b"BM" + struct.pack("<IHHI", 54 + len(rows), 0, 0, 54)
+            + struct.pack("<IiiHHIIiiII", 40, W, H, 1, 32, 0, len(rows), 2835, 2835, 0, 0) + rows)
+
+
 def tga():
     rows = b"".join(bytes((p[2], p[1], p[0], p[3])) for y in reversed(range(H)) for p in (rgba(x, y) for x in range(W)))
     return struct.pack("<BBBHHBHHHHBB", 0, 0, 2, 0, 0, 0, 0, 0, W, H, 32, 8) + rows
@@ -184,6 +193,21 @@ def packed_tga():
     return struct.pack("<BBBHHBHHHHBB", 2, 1, 9, 0, 16, 24, 3, 4, W, H, 8, 0) + b"id" + colors + data
 
 
+def grey_tga():
+    rows = bytes(rgb(x, y)[0] for y in range(H) for x in range(W))
+    return struct.pack("<BBBHHBHHHHBB", 0, 0, 3, 0, 0, 0, 0, 0, W, H, 8, 0x20) + rows  # the top row first
+
+
+def color_run_tga():
+    """Packets of one colour each, in runs of two where the row allows."""
+    data = b""
+    for y in reversed(range(H)):
+        for x in range(0, W, 2):
+            p = rgb(x, y)
+            data += bytes((128 + min(1, W - 1 - x), p[2], p[1], p[0]))
+    return struct.pack("<BBBHHBHHHHBB", 0, 0, 10, 0, 0, 0, 0, 0, W, H, 24, 0) + data
+
+
 def palette_bmp():
     rows = b"".join(pack([level(4)(x, y)[0] for x in range(W)], 4) for y in range(H))
     colors = b"".join(bytes(reversed(PALETTE[3 * i:3 * i + 3])) + b"\0" for i in range(16))
@@ -191,21 +215,65 @@ def palette_bmp():
             + struct.pack("<IiiHHIIiiII", 40, W, -H, 1, 4, 0, len(rows), 2835, 2835, 16, 16) + colors + rows)
 
 
-def gif():
-    """Four colours, the third transparent; a clear code before each two pixels keeps the codes at three bits."""
-    bits = []
-    for i, (x, y) in enumerate(ALL):
-        if i % 2 == 0:
-            bits.append(4)
-        bits.append(level(2)(x, y)[0])
-    bits.append(5)
-    number, length = 0, 0
-    for code in bits:
-        number |= code << length
-        length += 3
-    data = number.to_bytes((length + 7) // 8, "little")
-    return (b"GIF89a" + struct.pack("<HHBBB", W, H, 0x81, 0, 0) + PALETTE[:12] + b"\x21\xf9\4\1\0\0\2\0"
-            + b"\x2c" + struct.pack("<HHHHB", 0, 0, W, H, 0) + b"\2" + bytes((len(data),)) + data + b"\0\x3b")
+def gif_codes(indices, root):
+    """Welch's coder: codes grow to 12 bits, and a full table is cleared a few codes late."""
+    clear = 1 << root
+    table, width, bits, late = {}, root + 1, [], 0
+
+    def reset():
+        table.clear()
+        table.update({(i,): i for i in range(clear)})
+
+    def put(code):
+        bits.extend(code >> i & 1 for i in range(width))
+
+    reset()
+    put(clear)
+    string = ()
+    for index in indices:
+        if string + (index,) in table:
+            string += (index,)
+            continue
+        put(table[string])
+        size = len(table) + 2
+        if size < 4096:
+            table[string + (index,)] = size
+            if size == 1 << width and width < 12:
+                width += 1
+        else:
+            late += 1
+            if late == 50:
+                put(clear)
+                reset()
+                width, late = root + 1, 0
+        string = (index,)
+    put(table[string])
+    # The decoder has taken in one more string by then.
+    if len(table) + 2 == 1 << width and width < 12:
+        width += 1
+    put(clear + 1)
+    return sum(bit << i for i, bit in enumerate(bits)).to_bytes((len(bits) + 7) // 8, "little")
+
+
+def gif(indices, size, bits, palette, local=False, rows=None, transparent=None):
+    width, height = size
+    order = rows or range(height)
+    data = gif_codes([indices[y * width + x] for y in order for x in range(width)], max(2, bits))
+    blocks = b"".join(bytes((len(data[i:i + 255]),)) + data[i:i + 255] for i in range(0, len(data), 255))
+    flags = 0x80 | bits - 1
+    control = b"" if transparent is None else b"\x21\xf9\4\1\0\0" + bytes((transparent, 0))
+    return (b"GIF89a" + struct.pack("<HHBBB", width, height, 0 if local else flags, 0, 0) + (b"" if local else palette)
+            + control + b"\x21\xfe\3abc\0\x2c"
+            + struct.pack("<HHHHB", 0, 0, width, height, (flags if local else 0) | (0x40 if rows else 0))
+            + (palette if local else b"") + bytes((max(2, bits),)) + blocks + b"\0\x3b")
+
+
+def noise(count):
+    value, out = 1, []
+    for i in range(count):
+        value = (value * 1664525 + 1013904223) % (1 << 32)
+        out.append(0 if i // 700 % 2 else value >> 24)
+    return out
 
 
 def pictures():
@@ -214,6 +282,8 @@ def pictures():
         yield "palette%d.png" % bits, png(level(bits), bits, 3, chunk(b"PLTE", PALETTE[:3 << bits]))
     yield "grey8.png", png(lambda x, y: [rgb(x, y)[0]], 8, 0)
     yield "grey16.png", png(wide(lambda x, y: [rgb(x, y)[0]]), 16, 0)
+    yield "palette8.png", png(level(4), 8, 3, chunk(b"PLTE", PALETTE))
+    yield "greyalpha16.png", png(wide(lambda x, y: [rgb(x, y)[0], rgba(x, y)[3]]), 16, 4)
     yield "greyalpha8.png", png(lambda x, y: [rgb(x, y)[0], rgba(x, y)[3]], 8, 4)
     yield "palettealpha4.png", png(level(4), 4, 3, chunk(b"PLTE", PALETTE) + chunk(b"tRNS", bytes((0, 100, 200))))
     yield "rgb8.png", png(rgb, 8, 2)
@@ -223,6 +293,8 @@ def pictures():
     yield "rgba16.png", png(wide(rgba), 16, 6)
     yield "interlaced8.png", png(rgba, 8, 6, interlaced=True)
     yield "interlaced1.png", png(level(1), 1, 0, interlaced=True)
+    yield "interlaced4.png", png(level(4), 4, 3, chunk(b"PLTE", PALETTE), interlaced=True)
+    yield "interlaced16.png", png(wide(rgb), 16, 2, interlaced=True)
     yield "huge.png", png(rgb, 8, 2, size=(100000, 100000))
     yield "hollow.png", png(rgb, 8, 2, size=(30000, 30000))
 
@@ -230,6 +302,7 @@ def pictures():
     yield "rgb.jpg", jpeg([[10, 200, 90], [250, 0, 128]], ADOBE, 3)
     yield "ycc.jpg", jpeg([[100, 128, 128], [150, 100, 180]], components=3)
     yield "cmyk.jpg", jpeg([[200, 100, 50, 255], [200, 100, 50, 128]], ADOBE, 4)
+    yield "ycck.jpg", jpeg([[100, 128, 128, 255], [100, 128, 128, 128]], ADOBE[:-1] + b"\2", 4)
 
     cmyk = lambda x, y: rgb(x, y) + [10 * x]
     yield "rgb8.tif", tiff(rgb, 8, 2, 3)
@@ -242,11 +315,20 @@ def pictures():
     yield "palette4.tif", tiff(level(4), 4, 3, 1, colormap=colormap)
     yield "cmyk8.tif", tiff(cmyk, 8, 5, 4)
 
+    yield "rgb8-planes.tif", tiff(rgb, 8, 2, 3, lzw, 5, planes=True)
+    yield "rgb16-lzw.tif", tiff(wide(rgb), 16, 2, 3, lzw, 5)
+    yield "associated.tif", tiff(lambda x, y: [s // 5 for s in rgb(x, y)] + [51], 8, 2, 4, extra=[1])
+
     yield "rgb.bmp", bmp()
+    yield "rgba.bmp", deep_bmp()
     yield "palette4.bmp", palette_bmp()
     yield "rgba.tga", tga()
     yield "runs.tga", packed_tga()
-    yield "key.gif", gif()
+    yield "grey.tga", grey_tga()
+    yield "rgb-runs.tga", color_run_tga()
+    yield "key.gif", gif([level(2)(x, y)[0] for x, y in ALL], (W, H), 2, PALETTE[:12], transparent=2)
+    yield "interlaced.gif", gif([level(4)(x, y)[0] for x, y in ALL], (W, H), 4, PALETTE, True, [0, 4, 2, 1, 3])
+    yield "grown.gif", gif(noise(120 * 100), (120, 100), 8, bytes(v for i in range(256) for v in (i, 255 - i, i // 2)))
     yield "rgb.ppm", b"P6 # a comment\n7\t5\n255\n" + bytes(v for x, y in ALL for v in rgb(x, y))
 
 

@@ -224,10 +224,14 @@ struct Neighbours {
 };
 
 TEST_F(ImageMap, DilatesAndBlursLikeTheSlowVersion) {
-    const int width = 9, height = 7;
+    const int width = 23, height = 17;
     Bytes start = MixedSamples(size_t(width * height) * 4);
-    for (size_t i = 3; i < start.size(); i += 4) // mostly transparent, with some edges of low alpha
-        start[i] = i % 5 == 0 ? start[i] : 0;
+    for (int i = 0; i < width * height; ++i) { // an opaque part, an empty one, and one with some edges of low alpha
+        const int x = i % width;
+        uint8_t& alpha = start[size_t(i) * 4 + 3];
+        if (x < 8) alpha = 255;
+        else if (x > 15 || i % 5 != 0) alpha = 0;
+    }
 
     for (int passes = 1; passes <= 3; ++passes) {
         Bytes dilated = start, blurred = start;
@@ -285,6 +289,15 @@ TEST_F(ImageMap, SavesAndLoadsEachDepth) {
     ASSERT_TRUE(loaded.LoadGreyFromFile(folder.path + "c.png", error)) << error;
     EXPECT_EQ(loaded.GetDepth(), 1);
     EXPECT_EQ(PixelsOf(loaded), Bytes{2});
+
+    // What a load loses is told.
+    const std::string deep = QLM_SOURCE_DIR "/tests/fuzz/corpus/image/rgb16.png";
+    auto& messages = QLM_OS::Get().recorded;
+    messages.clear();
+    QLM_ImageMap other;
+    ASSERT_TRUE(other.LoadFromFile(deep, error) && other.LoadGreyFromFile(deep, error)) << error;
+    ASSERT_EQ(messages.size(), 2u);
+    for (const auto& message : messages) EXPECT_EQ(message.text, deep + ": 16 bits a sample were cut to 8");
 
     EXPECT_FALSE(loaded.LoadFromFile(folder.path + "none.png", error));
     EXPECT_NE(error.find("none.png"), std::string::npos);

@@ -212,8 +212,8 @@ TEST_F(Snapshots, GoStaleWithTheWholeMap) {
 }
 
 TEST_F(Snapshots, AreReleasedWithTheirMaps) {
-    auto* other = new QLM_MaterialMapSource;
-    other->Initialize(1, 1, nullptr);
+    auto* other = new QLM_ImageMap;
+    other->SetDimensions(1, 1, 3);
     workhorse.GetSnapshotPixels(&map, false);
     QLM_ImageMapBuffer* buffer = workhorse.GetBuffer(other, true);
     workhorse.Synchronize();

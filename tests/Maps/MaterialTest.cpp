@@ -7,6 +7,11 @@
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_Material.h"
 #include "Maps/QLM_MaterialMapSource.h"
+#include "Maps/QLM_MaterialSets.h"
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
 
 namespace {
 
@@ -213,6 +218,14 @@ TEST_F(MapManager, PaintsTheChannelsThatAreSwitchedOn) {
     EXPECT_TRUE(canPaint(bumpID, 2, "Color"));
     EXPECT_TRUE(canPaint(bumpID, 6, "Color"));
     for (const int other : {1, 3, 4, 5, 7}) EXPECT_FALSE(canPaint(bumpID, other, "Color")) << other;
+    // A tool that reads the viewport paints the shown channel alone and names the other.
+    const bool bumpOn[8] = {false, false, true};
+    std::string refused;
+    EXPECT_FALSE(QLM_MapManager::CanPaintMaterial(list, material, bumpID, bumpOn, "Color", &refused));
+    EXPECT_EQ(refused, "Bump");
+    refused.clear();
+    EXPECT_TRUE(QLM_MapManager::CanPaintMaterial(list, material, bumpID, bumpOn, "Bump", &refused));
+    EXPECT_EQ(refused, "");
     EXPECT_FALSE(canPaint(0, 0, "Transparency")) << "no binding, although channels without a map carry 0 too";
 }
 
@@ -287,6 +300,129 @@ TEST_F(MapManager, SweepsWhatWasNotUsed) {
     EXPECT_EQ(QLM_VirtualMemory_StoredBytes(), 256u);
     EXPECT_EQ(PixelsOf(*idle), MixedSamples(192));
     EXPECT_EQ(PixelsOf(idle->Mask), MixedSamples(64, 2));
+}
+
+class MaterialSets : public MapTest {
+  protected:
+    /// Materials "m1" to "m<count>".
+    QLM_List<QLM_Material*> Materials(int count) {
+        QLM_List<QLM_Material*> list;
+        for (int i = 1; i <= count; ++i) {
+            owned.push_back(std::make_unique<QLM_Material>());
+            owned.back()->SetNameText("m" + std::to_string(i));
+            list.Add(owned.back().get());
+        }
+        return list;
+    }
+    /// A set of one subset that names "m<from>" to "m<to>".
+    void Put(const std::string& name, int from, int to) {
+        std::string text = "materialSet\tx\n{\n\tmaterialSubset\t" + name + "\n\t{\n";
+        for (int i = from; i <= to; ++i) text += "\t\tmaterial\tm" + std::to_string(i) + "\n";
+        std::ofstream(folder.path + name + ".qlmMaterialSet") << text << "\t}\n}\n";
+    }
+    std::vector<std::unique_ptr<QLM_Material>> owned;
+    const TestFolder folder;
+    QLM_MaterialSets sets;
+    QLM_UserAsset object;
+};
+
+TEST_F(MaterialSets, TheBestOneAppliesByItsRating) {
+    QLM_OS& os = QLM_OS::Get();
+    QLM_List<QLM_Material*> materials = Materials(100);
+    Put("a90", 1, 90);
+    Put("b90", 11, 100);
+    sets.LoadFolder(folder.path);
+    double rating = 0;
+    EXPECT_STREQ(sets.FindBest(materials, rating)->GetName(), "a90.qlmMaterialSet") << "ties keep the earlier";
+    EXPECT_EQ(rating, 0.9);
+    os.recorded.clear();
+    EXPECT_FALSE(sets.ApplyBest(object, materials)) << "0.9 is not above 0.9";
+    EXPECT_TRUE(os.recorded.empty()) << "and asks nothing";
+
+    std::string error;
+    Put("c95", 1, 95);
+    ASSERT_NE(sets.LoadFile(folder.path + "c95.qlmMaterialSet", error), nullptr) << error;
+    os.queuedAnswers = {"no", "yes"};
+    EXPECT_FALSE(sets.ApplyBest(object, materials));
+    EXPECT_FALSE(object.GetBool("MATERIAL_SET_LOADED"));
+    EXPECT_TRUE(sets.ApplyBest(object, materials));
+    EXPECT_TRUE(os.queuedAnswers.empty()) << "asked both times";
+    EXPECT_TRUE(object.GetBool("MATERIAL_SET_LOADED"));
+    EXPECT_EQ(materials[94]->GetString("MATERIAL_SUBSET_NAME"), "c95");
+    EXPECT_EQ(materials[95]->GetString("MATERIAL_SUBSET_NAME"), "");
+
+    // 99 of 100 still asks; all of them doesn't. Subsets of one set count together.
+    Put("d99", 1, 99);
+    ASSERT_NE(sets.LoadFile(folder.path + "d99.qlmMaterialSet", error), nullptr) << error;
+    os.queuedAnswers = {"no"};
+    EXPECT_FALSE(sets.ApplyBest(object, materials));
+    EXPECT_TRUE(os.queuedAnswers.empty());
+    auto* whole = new QLM_MaterialSet;
+    for (int part = 0; part < 2; ++part) {
+        whole->subsets.Add(new QLM_MaterialSubset);
+        whole->subsets.back()->SetNameText(part ? "legs" : "arms");
+        for (int i = part * 50; i < part * 50 + 50; ++i)
+            whole->subsets.back()->materials.emplace(materials[size_t(i)]->GetName(), materials[size_t(i)]->GetName());
+    }
+    sets.AddItem(whole);
+    os.unansweredQuestions = 0;
+    EXPECT_TRUE(sets.ApplyBest(object, materials));
+    EXPECT_EQ(os.unansweredQuestions, 0);
+    EXPECT_EQ(materials[0]->GetString("MATERIAL_SUBSET_NAME"), "arms");
+    EXPECT_EQ(materials[99]->GetString("MATERIAL_SUBSET_NAME"), "legs");
+    EXPECT_FALSE(sets.ApplyBest(object, {})) << "an object without materials";
+}
+
+TEST_F(MaterialSets, FilesComeBackAndDamagedOnesAreTold) {
+    std::string error;
+    for (const auto& entry : std::filesystem::directory_iterator(QLM_SOURCE_DIR "/tests/fuzz/corpus/materialset")) {
+        const QLM_MaterialSet* set = sets.LoadFile(entry.path(), error);
+        ASSERT_NE(set, nullptr) << error;
+        Stream stream;
+        const_cast<QLM_MaterialSet*>(set)->SaveToStream_Text(stream.file);
+        std::ofstream(folder.path + "copy.qlmMaterialSet") << stream.Text();
+        const QLM_MaterialSet* copy = sets.LoadFile(folder.path + "copy.qlmMaterialSet", error);
+        ASSERT_NE(copy, nullptr) << error;
+        ASSERT_EQ(copy->subsets.Count(), set->subsets.Count());
+        for (int i = 0; i < set->subsets.Count(); ++i) {
+            EXPECT_STREQ(copy->subsets[size_t(i)]->GetName(), set->subsets[size_t(i)]->GetName());
+            EXPECT_EQ(copy->subsets[size_t(i)]->materials, set->subsets[size_t(i)]->materials);
+        }
+    }
+    const QLM_MaterialSet* basic =
+        sets.LoadFile(QLM_SOURCE_DIR "/tests/fuzz/corpus/materialset/basic.qlmMaterialSet", error);
+    EXPECT_STREQ(basic->FindSubset("a_b")->GetName(), "body") << "names as materials bear them";
+    EXPECT_EQ(basic->FindSubset("Teeth"), nullptr);
+
+    std::ofstream(folder.path + "none.qlmMaterialSet") << "something else\n";
+    std::ofstream(folder.path + "other.txt") << "materialSet\n{\n}\n";
+    QLM_MaterialSets library;
+    QLM_OS::Get().recorded.clear();
+    library.LoadFolder(folder.path);
+    EXPECT_EQ(library.items.Count(), 1) << "the copy alone";
+    ASSERT_EQ(QLM_OS::Get().recorded.size(), 1u);
+    EXPECT_NE(QLM_OS::Get().recorded[0].text.find("none.qlmMaterialSet"), std::string::npos);
+    library.LoadFolder(folder.path + "no such folder/");
+}
+
+TEST_F(Materials, BindingsKeepTheirIdentityAlone) {
+    QLM_MaterialMapBinding binding;
+    Stream stream;
+    ASSERT_TRUE(binding.SaveToStream_Text(stream.file));
+    EXPECT_EQ(stream.Text(), "ID\t" + std::to_string(binding.GetID()) + "\n");
+    Stream record("{\ndummy\t5\nID\t70123\n}\n");
+    QLM_MaterialMapBinding read;
+    EXPECT_TRUE(read.LoadFromStream_Text(record.file, 0));
+    EXPECT_EQ(read.recordID, 70123u);
+    EXPECT_NE(read.GetID(), 70123u);
+
+    QLM_MaterialMapList list;
+    list.Add(new QLM_MaterialMapBinding);
+    QLM_Material material;
+    material.Bump->MapBindingID = list[0]->GetID();
+    EXPECT_EQ(list.FindByChannel(material, "Bump"), list[0]);
+    EXPECT_EQ(list.FindByChannel(material, "Color"), nullptr);
+    EXPECT_EQ(list.FindByChannel(material, "No such"), nullptr);
 }
 
 } // namespace

@@ -5,9 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <random>
-#include <sstream>
 
 namespace {
 
@@ -245,42 +243,6 @@ TEST_F(Rasterizer, AlphaIsTruncatedOnceAndOutsideTheOverlayNothingIsPainted) {
     EXPECT_FALSE(o.written);
     EXPECT_EQ(paint.target, paint.read);
     EXPECT_EQ(QLM_GetPaintRasterizer(999), nullptr);
-}
-
-TEST_F(Rasterizer, NormalMatchesTheVectors) {
-    std::ifstream file(QLM_SOURCE_DIR "/../shared/vectors/shaders.tsv");
-    if (!file) GTEST_SKIP() << "shared/vectors/shaders.tsv is not here";
-    std::string line;
-    int rows = 0;
-    while (std::getline(file, line)) {
-        std::replace(line.begin(), line.end(), ',', ' ');
-        std::istringstream words(line);
-        std::string shader;
-        words >> shader;
-        if (shader != "QLM_Shader_Normal") continue;
-        int d[3], s[3], a, m, k, result[3], mask;
-        words >> d[0] >> d[1] >> d[2] >> s[0] >> s[1] >> s[2] >> a >> m >> k >> result[0] >> result[1] >> result[2] >>
-            mask;
-        ASSERT_TRUE(words) << line;
-        Paint paint(1);
-        QLM_RasterizeOptions o = paint.Options();
-        o.expandSeams = false;
-        uint8_t readMask = static_cast<uint8_t>(m), targetMask = readMask;
-        o.readMask = &readMask;
-        o.targetMask = &targetMask;
-        for (int i = 0; i < 3; ++i) {
-            paint.read[i] = static_cast<uint8_t>(d[i]);
-            o.colorBytes[i] = static_cast<uint8_t>(s[i]);
-            o.vertex[i].x = i == 1 ? 9.0f : -3.0f;
-            o.vertex[i].y = i == 2 ? 9.0f : -3.0f;
-        }
-        o.strength = (static_cast<float>(a) + 0.5f) / 255.0f;
-        QLM_GetPaintRasterizer(0)(o);
-        for (int i = 0; i < 3; ++i) EXPECT_EQ(paint.target[i], a == 0 ? d[i] : result[i]) << line;
-        EXPECT_EQ(targetMask, mask) << line;
-        ++rows;
-    }
-    EXPECT_GT(rows, 2);
 }
 
 } // namespace

@@ -17,7 +17,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!file) abort();
     auto* mesh = new QLM_Mesh(nullptr);
     std::string error;
-    if (QLM_LoadObjDataFromStream(file, "a.obj", mesh, {}, error)) {
+    QLM_ObjReadOptions options;
+    options.blockBytes = 1 << 14;
+    options.useInternalNames = size % 2;
+    if (QLM_LoadObjDataFromStream(file, "a.obj", mesh, options, error)) {
         for (int p = 0; p < mesh->GetPCount(); ++p)
             for (int i = 0; i < mesh->GetPolygonVertexCount(p); ++i) {
                 const int v = mesh->GetPolygonRawVertex(p, i), vt = mesh->GetPolygonTextureVertex(p, i);

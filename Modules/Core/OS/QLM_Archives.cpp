@@ -66,7 +66,7 @@ struct FileCloser {
 /// One run of inflate over a file that may hold several gzip members one after another.
 class Inflater {
   public:
-    Inflater() { ready = inflateInit2(&z, 15 + 32) == Z_OK; }
+    explicit Inflater(uint64_t maximum) : left(maximum) { ready = inflateInit2(&z, 15 + 32) == Z_OK; }
     ~Inflater() { if (ready) inflateEnd(&z); }
     Inflater(const Inflater&) = delete;
     Inflater& operator=(const Inflater&) = delete;
@@ -104,6 +104,8 @@ class Inflater {
             const int status = inflate(&z, Z_NO_FLUSH);
             if (status != Z_OK && status != Z_STREAM_END && status != Z_BUF_ERROR) return "it is damaged";
             const size_t produced = output.size() - z.avail_out;
+            if (produced > left) return "it unpacks to far more than it holds";
+            left -= produced;
             if (std::fwrite(output.data(), 1, produced, target) != produced) return "the disk is full";
             inside = status != Z_STREAM_END;
         } while (inside && z.avail_out == 0);
@@ -111,6 +113,7 @@ class Inflater {
     }
 
     z_stream z{};
+    uint64_t left; ///< bytes that may still come out
     bool ready = false;
 };
 
@@ -156,13 +159,13 @@ bool ExtractSingleFileFromZipFile(const std::string& archive, const std::string&
     return CopyMember(zip, writer.GetStream()) && writer.Commit();
 }
 
-bool QLM_GunzipFile(const std::string& source, const std::string& target, std::string& error) {
+bool QLM_GunzipFile(const std::string& source, const std::string& target, std::string& error, uint64_t maximum) {
     error.clear();
     const std::unique_ptr<FILE, FileCloser> packed(std::fopen(QLM_ResolveCase(source).c_str(), "rb"));
     QLM_SafeFileWriter writer(target);
     if (!packed) error = "it can't be opened";
     else if (!writer.GetStream()) error = "the unpacked file can't be created";
-    else error = Inflater().Run(packed.get(), writer.GetStream());
+    else error = Inflater(maximum).Run(packed.get(), writer.GetStream());
     if (error.empty() && !writer.Commit()) error = "the unpacked file can't be written";
     return error.empty();
 }

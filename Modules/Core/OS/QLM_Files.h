@@ -1,6 +1,7 @@
 #pragma once
 // Paths and files: the one place where a text from a file becomes a path of the platform. UTF-8. Any thread.
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -47,8 +48,9 @@ void QLM_RegisterArchiveExtension(const std::string& extension);
 /// Splits at a known archive extension followed by a separator; false without one.
 bool QLM_SplitArchivePath(std::string_view path, std::string& archive, std::string& inner);
 bool ExtractSingleFileFromZipFile(const std::string& archive, const std::string& inner, const std::string& target);
-/// Unpacks a gzip or zlib file; false with a reason when it can't.
-bool QLM_GunzipFile(const std::string& source, const std::string& target, std::string& error);
+/// Unpacks a gzip or zlib file; false with a reason when it can't, or when more than `maximum` bytes come of it.
+bool QLM_GunzipFile(const std::string& source, const std::string& target, std::string& error,
+                    uint64_t maximum = UINT64_MAX);
 
 /// Creates an empty file (O_EXCL) with ten random capital letters as stem in `folder` and returns its path.
 std::string QLM_MakeTempFileName(const std::string& folder, const std::string& extension);

@@ -1,47 +1,25 @@
 #include "FileInterchange/OBJ/QLM_LineScanner.h"
 
+#include <algorithm>
+#include <bit>
 #include <charconv>
-#include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
-namespace {
-constexpr size_t BufferSize = 1 << 20;
-}
+QLM_TextBlocks::QLM_TextBlocks(FILE* stream, size_t lineLimit, size_t blockBytes)
+    : file(stream), limit(lineLimit), buffer(std::max(blockBytes, lineLimit + 1)) {}
 
-QLM_LineScanner::QLM_LineScanner(FILE* stream, size_t limitIn)
-    : file(stream), limit(limitIn), buffer(BufferSize), base(ftello(stream)) {}
-
-/// Moves what is left to the front and reads on; false when nothing was added.
-bool QLM_LineScanner::Fill() {
-    if (atEnd) return false;
-    std::memmove(buffer.data(), buffer.data() + cursor, end - cursor);
-    base += static_cast<int64_t>(cursor);
-    end -= cursor;
-    cursor = 0;
-    const size_t got = std::fread(buffer.data() + end, 1, buffer.size() - end, file);
-    end += got;
-    if (got == 0) atEnd = true;
-    return got > 0;
-}
-
-bool QLM_LineScanner::Next(std::string_view& line) {
-    // A whole line with its two possible end bytes must stand in the buffer.
-    if (end - cursor < limit + 2)
-        while (end - cursor < limit + 2 && Fill()) {}
-    if (cursor == end) return false;
-    const char* start = buffer.data() + cursor;
-    const size_t available = end - cursor < limit ? end - cursor : limit;
-    size_t length = 0;
-    while (length < available && start[length] != '\n' && start[length] != '\r') ++length;
-    line = {start, length};
-    cursor += length;
-    if (length < limit && cursor < end) {
-        const char first = buffer[cursor++];
-        if (cursor < end && (buffer[cursor] == '\n' || buffer[cursor] == '\r') && buffer[cursor] != first) ++cursor;
+std::string_view QLM_TextBlocks::Next() {
+    std::memmove(buffer.data(), buffer.data() + handedOut, used - handedOut);
+    used -= handedOut;
+    used += std::fread(buffer.data() + used, 1, buffer.size() - used, file);
+    handedOut = used;
+    if (used == buffer.size()) {
+        // More may follow: what stands behind the last line end waits for its rest.
+        while (handedOut > 0 && buffer[handedOut - 1] != '\n' && buffer[handedOut - 1] != '\r') --handedOut;
+        if (handedOut == 0) handedOut = used / limit * limit;
     }
-    return true;
+    return {buffer.data(), handedOut};
 }
 
 namespace QLM_Scan {
@@ -61,48 +39,57 @@ std::string_view Word(std::string_view line, std::string_view& rest) {
     return line.substr(0, length);
 }
 
-int Floats(std::string_view text, float* out, int count) {
-    for (int i = 0; i < count; ++i) {
-        while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
-        std::string_view number = text;
-        if (!number.empty() && number.front() == '+') number.remove_prefix(1);
-        float value = 0;
-        auto result = std::from_chars(number.data(), number.data() + number.size(), value);
-        const char* behind = result.ptr;
-        if (result.ec == std::errc::result_out_of_range ||
-            (number.size() > 1 && (number[1] == 'x' || number[1] == 'X'))) {
-            // Beyond the range, or hexadecimal: the library's own reader decides.
-            const std::string copy(number.substr(0, 64));
-            char* tail = nullptr;
-            value = std::strtof(copy.c_str(), &tail);
-            behind = number.data() + (tail - copy.c_str());
-        } else if (result.ec != std::errc()) {
-            return i;
-        }
-        out[i] = value;
-        text.remove_prefix(static_cast<size_t>(behind - text.data()));
-    }
-    return count;
+namespace {
+
+/// A plain decimal of few digits, as nearly every number of a file is: digits and power of ten are exact doubles, so
+/// their quotient is the nearest double. False, with nothing changed, where that may not round to the nearest float.
+bool PlainDecimal(const char*& p, const char* end, float& out) {
+    constexpr double powers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    const char* at = p;
+    const bool negative = at != end && *at == '-';
+    if (negative) ++at;
+    uint64_t digits = 0;
+    int count = 0, decimals = 0;
+    for (; at != end && *at >= '0' && *at <= '9' && count < 16; ++at, ++count)
+        digits = digits * 10 + static_cast<uint64_t>(*at - '0');
+    if (at != end && *at == '.')
+        for (++at; at != end && *at >= '0' && *at <= '9' && count < 16; ++at, ++count, ++decimals)
+            digits = digits * 10 + static_cast<uint64_t>(*at - '0');
+    if (count == 0 || count == 16 || (at != end && !IsBlank(*at))) return false;
+    const double value = static_cast<double>(digits) / powers[decimals];
+    // Halfway between two floats the digits that the double could not hold decide.
+    constexpr uint64_t belowFloat = (uint64_t{1} << 29) - 1, halfway = uint64_t{1} << 28;
+    if ((std::bit_cast<uint64_t>(value) & belowFloat) == halfway) return false;
+    const float rounded = static_cast<float>(value);
+    out = negative ? -rounded : rounded;
+    p = at;
+    return true;
 }
 
-bool Integer(std::string_view& text, int& out) {
-    std::string_view t = text;
-    while (!t.empty() && (IsBlank(t.front()) || t.front() == '\v' || t.front() == '\f')) t.remove_prefix(1);
-    bool negative = false;
-    if (!t.empty() && (t.front() == '-' || t.front() == '+')) {
-        negative = t.front() == '-';
-        t.remove_prefix(1);
+} // namespace
+
+int Floats(std::string_view text, float* out, int count) {
+    const char *p = text.data(), *end = p + text.size();
+    for (int i = 0; i < count; ++i) {
+        while (p != end && IsBlank(*p)) ++p;
+        if (PlainDecimal(p, end, out[i])) continue;
+        if (p != end && *p == '+') ++p;
+        float value = 0;
+        const auto result = std::from_chars(p, end, value);
+        if (result.ec == std::errc::result_out_of_range || (end - p > 1 && (p[1] == 'x' || p[1] == 'X'))) {
+            // Beyond the range, or hexadecimal: the library's own reader decides.
+            const std::string copy(p, std::min<size_t>(64, static_cast<size_t>(end - p)));
+            char* tail = nullptr;
+            value = std::strtof(copy.c_str(), &tail);
+            p += tail - copy.c_str();
+        } else if (result.ec != std::errc()) {
+            return i;
+        } else {
+            p = result.ptr;
+        }
+        out[i] = value;
     }
-    if (t.empty() || t.front() < '0' || t.front() > '9') return false;
-    int64_t value = 0;
-    while (!t.empty() && t.front() >= '0' && t.front() <= '9') {
-        if (value <= INT_MAX) value = value * 10 + (t.front() - '0');
-        t.remove_prefix(1);
-    }
-    if (value > INT_MAX) value = INT_MAX;
-    out = static_cast<int>(negative ? -value : value);
-    text = t;
-    return true;
+    return count;
 }
 
 } // namespace QLM_Scan

@@ -5,10 +5,12 @@
 #include "Geometry/QLM_Mesh.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 namespace {
 
 constexpr size_t LineLimit = 998; // characters of a line, from a buffer of 999
+constexpr size_t BlockBytes = 1 << 16;
 
 /// Overwrites option switches ("-s") with blanks; their arguments stay.
 std::string EraseSwitches(std::string_view remainder) {
@@ -48,15 +50,24 @@ void QLM_ReadMtlFile(const std::string& path, QLM_Mesh* mesh, bool importMaps) {
     if (QLM_FolderExists(path)) return;
     FILE* stream = QLM_fopen(path, "rb");
     if (!stream) return;
-    QLM_LineScanner lines(stream, LineLimit);
+    // By name once: a library of a thousand materials must not be searched a thousand times. The first of a name wins.
+    std::unordered_map<std::string, QLM_Material*> byName;
+    for (QLM_Material* material : mesh->GetMaterials()) byName.try_emplace(material->GetName(), material);
     QLM_Material* selected = nullptr;
     std::string_view line, rest;
-    while (lines.Next(line)) {
-        const std::string_view token = QLM_Scan::Word(line, rest);
-        if (token.empty() || token[0] == '#') continue;
-        if (QLM_CompareNoCase(token, "newmtl") == 0)
-            selected = mesh->FindMaterialByName(QLM_CleanName(std::string(rest)));
-        else if (selected) Statement(*selected, token, EraseSwitches(rest), importMaps);
+    QLM_TextBlocks blocks(stream, LineLimit, BlockBytes);
+    for (std::string_view block = blocks.Next(); !block.empty(); block = blocks.Next()) {
+        QLM_LineScanner lines(block, LineLimit);
+        while (lines.Next(line)) {
+            const std::string_view token = QLM_Scan::Word(line, rest);
+            if (token.empty() || token[0] == '#') continue;
+            if (QLM_CompareNoCase(token, "newmtl") == 0) {
+                const auto found = byName.find(QLM_CleanName(std::string(rest)));
+                selected = found == byName.end() ? nullptr : found->second;
+            } else if (selected) {
+                Statement(*selected, token, EraseSwitches(rest), importMaps);
+            }
+        }
     }
     QLM_fclose(stream);
 }

@@ -4,109 +4,163 @@
 #include "Core/OS/QLM_Files.h"
 #include "Core/OS/QLM_OS.h"
 #include "Core/OS/String_Functions.h"
+#include "Core/TextStream/QLM_TextStream.h"
+#include "Core/Threads/QLM_ThreadCruncher.h"
 #include "Engine/QLM_Messages.h"
-#include "FileInterchange/OBJ/QLM_LineScanner.h"
+#include "FileInterchange/OBJ/QLM_ObjText.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 
+#include <algorithm>
+#include <climits>
+#include <filesystem>
 #include <unordered_map>
 
 namespace {
 
-constexpr size_t LineLimit = 9998; // characters of a line, from a buffer of 9,999
-constexpr int KeepAliveLines = 8000;
+/// Texts of this format shrink to a third or a tenth; only a file made for it grows beyond this when it is unpacked.
+constexpr uint64_t UnpackedPerByte = 100, UnpackedAlways = 64 << 20;
 bool badUVsSeen = false, badUVsTold = false;
 
-struct Counts {
-    int64_t vertices = 0, textureVertices = 0, polygons = 0;
-};
-
-bool IsStop(std::string_view token, const char* stopToken) {
-    return stopToken && QLM_CompareNoCase(token, stopToken) == 0;
-}
-
-/// First pass: how much there is.
-Counts CountElements(FILE* stream, const char* stopToken) {
-    Counts counts;
-    QLM_LineScanner lines(stream, LineLimit);
-    std::string_view line, rest;
-    while (lines.Next(line)) {
-        while (!line.empty() && QLM_Scan::IsBlank(line.front())) line.remove_prefix(1);
-        if (line.empty()) continue;
-        const bool second = line.size() == 1 || QLM_Scan::IsBlank(line[1]);
-        if (second && (line[0] == 'v' || line[0] == 'V')) ++counts.vertices;
-        else if (second && line[0] == 'f') ++counts.polygons;
-        else if (line.size() >= 2 && (line.size() == 2 || QLM_Scan::IsBlank(line[2]))) {
-            if (line[0] == 'v' && line[1] == 't') ++counts.textureVertices;
-            else if (line[0] == 'f' && line[1] == 'o') ++counts.polygons;
-        }
-        if (stopToken && IsStop(QLM_Scan::Word(line, rest), stopToken)) break;
-    }
-    return counts;
-}
-
-/// The second pass over one file.
+/// Both passes over one text.
 class Loader {
   public:
-    Loader(QLM_Mesh* meshIn, const QLM_ObjReadOptions& optionsIn, const Counts& countsIn)
-        : mesh(meshIn), options(optionsIn), counts(countsIn) {
-        if (options.singleDefaultGroup) UseGroup("default");
-    }
+    Loader(FILE* streamIn, QLM_Mesh* meshIn, const QLM_ObjReadOptions& optionsIn)
+        : stream(streamIn), mesh(meshIn), options(optionsIn) {}
 
-    void Run(FILE* stream) {
-        QLM_LineScanner lines(stream, LineLimit);
-        std::string_view line;
-        int untilKeepAlive = KeepAliveLines;
-        while (lines.Next(line)) {
-            if (!Line(line)) break;
-            if (--untilKeepAlive == 0) {
-                QLM_OS::Get().KeepBusyAlive();
-                untilKeepAlive = KeepAliveLines;
+    /// First pass: how much there is, chunk by chunk.
+    void Count() {
+        QLM_TRACE(2);
+        const int64_t start = ftello(stream);
+        int64_t bytes = 0;
+        const auto left = static_cast<uint64_t>(std::max<int64_t>(0, QLM_BytesLeft(stream)));
+        QLM_TextBlocks text(stream, QLM_ObjLineLimit, std::min<uint64_t>(options.blockBytes, left + 1));
+        for (std::string_view block = text.Next(); !block.empty() && !stopLine; block = text.Next()) {
+            std::vector<QLM_ObjChunk> chunks = QLM_CutObjBlock(block);
+            const std::vector<size_t> starts = Starts(chunks);
+            QLM_ThreadCrunch(
+                static_cast<int64_t>(chunks.size()),
+                [&](const ThreadCrunchRange& range) {
+                    for (size_t i = range.start; i < static_cast<size_t>(range.end); ++i)
+                        QLM_CountObjChunk(block.substr(starts[i], chunks[i].size), options.stopToken, chunks[i]);
+                },
+                "Count_OBJ_ThreadFunc");
+            // What stands behind the stop token counts no more.
+            const auto stop =
+                std::find_if(chunks.begin(), chunks.end(), [](const auto& chunk) { return chunk.stopLine; });
+            if (stop != chunks.end()) {
+                stopLine = stop->stopLine;
+                chunks.erase(stop + 1, chunks.end());
             }
+            for (const QLM_ObjChunk& chunk : chunks) {
+                bytes += static_cast<int64_t>(chunk.size);
+                vertices += chunk.vertices;
+                textureVertices += chunk.textureVertices;
+                polygons += chunk.polygons;
+            }
+            blocks.push_back(std::move(chunks));
+            QLM_OS::Get().KeepBusyAlive();
         }
+        fseeko(stream, start, SEEK_SET);
+        end = start + bytes + static_cast<int64_t>(stopLine);
     }
 
+    /// Second pass: fills the mesh, which has its sizes.
+    void Load() {
+        QLM_TRACE(2);
+        if (options.singleDefaultGroup) UseGroup("default");
+        std::vector<char> buffer;
+        for (const std::vector<QLM_ObjChunk>& chunks : blocks) {
+            std::vector<size_t> starts = Starts(chunks);
+            buffer.resize(starts.back());
+            const size_t got = std::fread(buffer.data(), 1, buffer.size(), stream);
+            for (size_t& start : starts) start = std::min(start, got); // the file may have shrunk
+            ReadBlock({buffer.data(), got}, chunks, starts);
+            for (QLM_ObjChunkContent& content : contents) Apply(content);
+            QLM_OS::Get().KeepBusyAlive();
+        }
+        fseeko(stream, end, SEEK_SET);
+    }
+
+    int64_t vertices = 0, textureVertices = 0, polygons = 0;
     int polygonsRead = 0;
     bool sawMaterial = false;
     std::string materialLibrary;
 
   private:
-    /// One line; false at the stop token.
-    bool Line(std::string_view line) {
-        std::string_view rest;
-        const std::string_view token = QLM_Scan::Word(line, rest);
-        if (IsStop(token, options.stopToken)) return false;
-        if (token == "v") {
-            if (vertex < counts.vertices) QLM_Scan::Floats(rest, mesh->Vertices[vertex++], 3);
-        } else if (token == "vt") {
-            if (textureVertex < counts.textureVertices)
-                QLM_Scan::Floats(rest, mesh->TextureVertices[textureVertex++], 2);
-        } else if (token == "f" || token == "fo") {
-            Face(rest);
-        } else if (token == "g") {
-            if (!options.singleDefaultGroup && !internalNames) UseGroup(std::string(rest));
-        } else if (!line.empty() && line[0] == '#') {
-            if (options.useInternalNames) Comment(line);
-        } else if (token == "usemtl") {
-            UseMaterial(std::string(rest));
-        } else if (line.substr(0, 6) == "mtllib") {
-            materialLibrary = std::string(QLM_Scan::Trim(line.substr(6)));
-        }
-        return true;
+    /// Where each chunk of a block begins, and the block's size.
+    static std::vector<size_t> Starts(const std::vector<QLM_ObjChunk>& chunks) {
+        std::vector<size_t> starts = {0};
+        for (const QLM_ObjChunk& chunk : chunks) starts.push_back(starts.back() + chunk.size);
+        return starts;
     }
 
-    void Comment(std::string_view line) {
-        std::string_view name;
-        if (QLM_CompareNoCase(QLM_Scan::Word(line.substr(std::min<size_t>(2, line.size())), name), "InternalName:") !=
-            0)
-            return;
-        internalNames = true;
-        UseGroup(std::string(name));
+    void ReadBlock(std::string_view block, const std::vector<QLM_ObjChunk>& chunks, const std::vector<size_t>& starts) {
+        std::vector<QLM_ObjTargets> targets;
+        for (const QLM_ObjChunk& chunk : chunks) {
+            targets.push_back({mesh->Vertices.GetData(), mesh->TextureVertices.GetData(), vertex, textureVertex,
+                               mesh->GetVCount(), mesh->GetVTCount()});
+            vertex += chunk.loadedVertices;
+            textureVertex += chunk.textureVertices;
+        }
+        contents.resize(chunks.size());
+        QLM_ThreadCrunch(
+            static_cast<int64_t>(chunks.size()),
+            [&](const ThreadCrunchRange& range) {
+                for (size_t i = range.start; i < static_cast<size_t>(range.end); ++i) {
+                    QLM_ObjChunkContent& content = contents[i];
+                    content.faces.clear(); // the block that grew serves the next chunk too
+                    content.statements.clear();
+                    content.faceCount = 0;
+                    content.badUVs = false;
+                    QLM_ReadObjChunk(block.substr(starts[i], starts[i + 1] - starts[i]), chunks[i], targets[i],
+                                     options.useInternalNames, content);
+                }
+            },
+            "Read_OBJ_ThreadFunc");
+    }
+
+    /// Gives the mesh a chunk's faces, under the groups and materials that its statements name.
+    void Apply(const QLM_ObjChunkContent& content) {
+        const int32_t* face = content.faces.data();
+        size_t statement = 0;
+        for (int32_t i = 0; i < content.faceCount; ++i) {
+            while (statement < content.statements.size() && content.statements[statement].face <= i)
+                Act(content.statements[statement++]);
+            const int count = *face++;
+            mesh->SetPolygonCornerCount(polygonsRead, count);
+            QLM_PolygonCorner* corners = mesh->GetPolygonCorners(polygonsRead);
+            for (int k = 0; k < count; ++k, face += 2) corners[k] = {face[0], face[1], -1};
+            mesh->SetPolygonMaterial(polygonsRead, material);
+            mesh->SetPolygonGroup(polygonsRead, group);
+            ++polygonsRead;
+        }
+        while (statement < content.statements.size()) Act(content.statements[statement++]);
+        badUVsSeen = badUVsSeen || content.badUVs;
+    }
+
+    void Act(const QLM_ObjStatement& statement) {
+        const std::string text(statement.text);
+        switch (statement.kind) {
+        case QLM_ObjStatement::Group:
+            if (!options.singleDefaultGroup && !internalNames) UseGroup(text);
+            break;
+        case QLM_ObjStatement::InternalName:
+            internalNames = true;
+            UseGroup(text);
+            break;
+        case QLM_ObjStatement::Material:
+            UseMaterial(text);
+            break;
+        case QLM_ObjStatement::Library:
+            materialLibrary = text;
+            break;
+        }
     }
 
     void UseGroup(const std::string& name) {
-        const auto [entry, isNew] = groups.try_emplace(name, mesh->QLM_MeshGroupContainer::GetGroupCount());
-        if (isNew) {
+        const auto [entry, isNew] = groups.try_emplace(name, std::min<int>(mesh->GetGroupCount(), QLM_Polygon::None));
+        if (isNew && entry->second < QLM_Polygon::None) {
             auto* created = new QLM_Group2;
             created->SetNameText(name);
             mesh->AddGroup(created);
@@ -116,8 +170,9 @@ class Loader {
 
     void UseMaterial(const std::string& name) {
         sawMaterial = true;
-        const auto [entry, isNew] = materials.try_emplace(name, mesh->GetMaterialCount());
-        if (isNew) {
+        const auto [entry, isNew] =
+            materials.try_emplace(name, std::min<int>(mesh->GetMaterialCount(), QLM_Polygon::None));
+        if (isNew && entry->second < QLM_Polygon::None) {
             auto* created = new QLM_Material;
             created->SetNameText(name);
             mesh->AddMaterial(created);
@@ -125,59 +180,24 @@ class Loader {
         material = entry->second;
     }
 
-    /// Parses a face; it takes a place only when every corner is good.
-    void Face(std::string_view text) {
-        if (polygonsRead >= counts.polygons) return;
-        int count = 0;
-        while (count < QLM_MaximumCorners && !text.empty()) {
-            int v = 0, t = 0;
-            if (!Corner(text, v, t)) return;
-            if (v == 0) break;
-            v = v >= 1 ? v - 1 : v + vertex;
-            t = t == 0 || textureVertex == 0 ? -1 : t >= 1 ? t - 1 : t + textureVertex;
-            if (v < 0 || v >= counts.vertices) return;
-            corners[count++] = {v, t, -1};
-            size_t skip = 0;
-            while (skip < text.size() && !QLM_Scan::IsBlank(text[skip])) ++skip;
-            while (skip < text.size() && QLM_Scan::IsBlank(text[skip])) ++skip;
-            text.remove_prefix(skip);
-        }
-        if (count < 3) return;
-        if (counts.textureVertices > 0)
-            for (int i = 0; i < count; ++i)
-                if (corners[i].textureVertex < 0 || corners[i].textureVertex >= counts.textureVertices) {
-                    corners[i].textureVertex = 0;
-                    badUVsSeen = true;
-                }
-        mesh->SetPolygonCornerCount(polygonsRead, count);
-        std::copy(corners, corners + count, mesh->GetPolygonCorners(polygonsRead));
-        mesh->SetPolygonMaterial(polygonsRead, material);
-        mesh->SetPolygonGroup(polygonsRead, group);
-        ++polygonsRead;
-    }
-
-    /// "v/t/n", "v//n", "v/t" or "v", tried in this order.
-    static bool Corner(std::string_view text, int& v, int& t) {
-        if (!QLM_Scan::Integer(text, v)) return false;
-        t = 0;
-        if (QLM_Scan::Take(text, '/')) QLM_Scan::Integer(text, t);
-        return true;
-    }
-
+    FILE* stream;
     QLM_Mesh* mesh;
     const QLM_ObjReadOptions& options;
-    const Counts counts;
-    int vertex = 0, textureVertex = 0, group = -1, material = -1;
+    std::vector<std::vector<QLM_ObjChunk>> blocks;
+    std::vector<QLM_ObjChunkContent> contents;
+    size_t stopLine = 0;
+    int64_t end = 0; ///< of the text in the stream
+    int64_t vertex = 0, textureVertex = 0;
+    int group = -1, material = -1;
     bool internalNames = false;
-    std::unordered_map<std::string, int> groups, materials;
-    QLM_PolygonCorner corners[QLM_MaximumCorners];
+    std::unordered_map<std::string, int> groups, materials; ///< beyond the last number of a polygon all are none
 };
 
 /// The whole remainder of an mtllib line first, then its last word, beside the OBJ; the value as it stands otherwise.
 std::string FindMaterialLibrary(const std::string& value, const std::string& path) {
     const std::string folder = QLM_FolderOf(path), name = QLM_FileNameOf(value);
     if (folder.empty() || name.empty()) return value;
-    if (QLM_FileExists(folder + name)) return folder + name;
+    if (QLM_FileExists(QLM_ResolveCase(folder + name))) return folder + name;
     const size_t blank = name.find_last_of(" \t");
     return folder + (blank == std::string::npos ? name : name.substr(blank + 1));
 }
@@ -187,22 +207,20 @@ std::string FindMaterialLibrary(const std::string& value, const std::string& pat
 bool QLM_LoadObjDataFromStream(FILE* stream, const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadOptions& options,
                                std::string& error) {
     QLM_TRACE(2);
-    const int64_t start = ftello(stream);
-    const Counts counts = CountElements(stream, options.stopToken);
-    if (counts.vertices == 0) {
+    Loader loader(stream, mesh, options);
+    loader.Count();
+    if (loader.vertices == 0) {
         error = QLM_GetString(1069);
         return false;
     }
-    if (counts.vertices > INT32_MAX / 4 || counts.textureVertices > INT32_MAX / 4 || counts.polygons > INT32_MAX / 4) {
+    if (std::max({loader.vertices, loader.textureVertices, loader.polygons}) > INT_MAX / 4) {
         error = "The file holds more elements than a mesh can have.";
         return false;
     }
-    fseeko(stream, start, SEEK_SET);
-    mesh->SetSizes(static_cast<int>(counts.vertices), static_cast<int>(counts.textureVertices),
-                   static_cast<int>(counts.polygons));
-    Loader loader(mesh, options, counts);
-    loader.Run(stream);
-    if (loader.polygonsRead < counts.polygons) mesh->SetPCount(loader.polygonsRead);
+    mesh->SetSizes(static_cast<int>(loader.vertices), static_cast<int>(loader.textureVertices),
+                   static_cast<int>(loader.polygons));
+    loader.Load();
+    if (loader.polygonsRead < loader.polygons) mesh->SetPCount(loader.polygonsRead);
 
     // Without any usemtl one material, named after the file, serves all.
     if (!loader.sawMaterial) {
@@ -227,8 +245,10 @@ bool QLM_ReadObjFile(const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadO
     std::string readable = path;
     const bool packed = !path.empty() && (path.back() == 'z' || path.back() == 'Z');
     if (packed) {
+        std::error_code failure;
+        const uint64_t size = std::filesystem::file_size(QLM_ResolveCase(path), failure);
         readable = QLM_MakeTempFileName(QLM_OS::GetTempPath(), "tmp");
-        if (!QLM_GunzipFile(path, readable, error)) {
+        if (!QLM_GunzipFile(path, readable, error, std::max(UnpackedAlways, failure ? 0 : size * UnpackedPerByte))) {
             QLM_DeleteFile(readable);
             return false;
         }

@@ -2,130 +2,190 @@
 
 #include "Core/Logging/QLM_Logger.h"
 #include "Core/OS/QLM_Files.h"
+#include "Core/OS/QLM_OS.h"
+#include "FileInterchange/OBJ/QLM_ObjLines.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Maps/QLM_MaterialMapSource.h"
 
-#include <charconv>
 #include <cstdio>
 
 namespace {
 
-/// Text gathered in a block before it goes to the file.
-class TextSink {
-  public:
-    explicit TextSink(FILE* fileIn) : file(fileIn) { block.reserve(BlockSize + 4096); }
-    ~TextSink() { Flush(); }
-    TextSink(const TextSink&) = delete;
-    TextSink& operator=(const TextSink&) = delete;
+constexpr float MovedShareOfDiagonal = 1e-6f;
 
-    TextSink& operator<<(std::string_view text) {
-        block.append(text);
-        return *this;
-    }
-    TextSink& operator<<(int value) {
-        char digits[16];
-        block.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
-        return *this;
-    }
-    /// `count` numbers with a blank before each and eight decimals, then a line feed.
-    void Numbers(std::string_view keyword, const float* values, int count) {
-        block.append(keyword);
-        char digits[64];
-        for (int i = 0; i < count; ++i) {
-            block.push_back(' ');
-            block.append(digits, std::to_chars(digits, digits + sizeof digits, static_cast<double>(values[i]),
-                                               std::chars_format::fixed, 8)
-                                     .ptr);
-        }
-        EndLine();
-    }
-    void EndLine() {
-        block.push_back('\n');
-        if (block.size() >= BlockSize) Flush();
-    }
+/// What a line of the library says of a channel's map: its name, or that of a file that was not found.
+std::string MapNameOf(const QLM_Mesh& mesh, const QLM_MaterialChannel& channel) {
+    const QLM_MaterialMapSource* map = QLM_GetChannelMap(mesh.GetMapList(), &channel);
+    return map ? map->GetName() : channel.mapFileName;
+}
 
-  private:
-    static constexpr size_t BlockSize = 1 << 18;
-    void Flush() {
-        std::fwrite(block.data(), 1, block.size(), file);
-        block.clear();
-    }
-    FILE* file;
-    std::string block;
-};
-
-void WriteMtl(FILE* file, QLM_Mesh* mesh) {
-    for (QLM_Material* material : mesh->GetMaterials()) {
+void WriteMtl(FILE* file, const QLM_Mesh& mesh) {
+    for (const QLM_Material* material : mesh.GetMaterials()) {
         QLM_PrintToFile(file, "newmtl %s\n", material->GetName());
-        const std::pair<const char*, QLM_MaterialChannel*> colors[] = {
+        const std::pair<const char*, const QLM_MaterialChannel*> colors[] = {
             {"Ka", material->Ambient}, {"Kd", material->Color}, {"Ks", material->Specular}};
         for (const auto& [key, channel] : colors)
             QLM_PrintToFile(file, "%s %.6f %.6f %.6f\n", key, channel->Color[0], channel->Color[1], channel->Color[2]);
         QLM_PrintToFile(file, "d %.4f\n", 1.0f - material->Transparency->Strength);
-        const std::pair<const char*, QLM_MaterialChannel*> maps[] = {
+        const std::pair<const char*, const QLM_MaterialChannel*> maps[] = {
             {"map_kd", material->Color},    {"map_Bump", material->Bump},  {"map_d", material->Transparency},
             {"map_ks", material->Specular}, {"map_ka", material->Ambient}, {"disp", material->Displacement}};
         for (const auto& [key, channel] : maps)
-            if (const QLM_MaterialMapSource* map = QLM_GetChannelMap(mesh->GetMapList(), channel))
-                QLM_PrintToFile(file, "%s %s\n", key, map->GetName());
+            if (const std::string name = MapNameOf(mesh, *channel); !name.empty())
+                QLM_PrintToFile(file, "%s %s\n", key, name);
     }
 }
 
-void WriteFaces(TextSink& out, QLM_Mesh* mesh, const QLM_ObjWriteOptions& options) {
-    int material = -1, group = -1;
-    for (int p = 0; p < mesh->GetPCount(); ++p) {
-        const QLM_Polygon& polygon = mesh->GetPolygon(p);
-        // A change of material or group heads the faces that follow.
-        if (polygon.material != material) {
-            material = polygon.material;
-            if (QLM_Material* named = mesh->GetMaterial(material)) {
-                out << "usemtl " << named->GetName();
-                out.EndLine();
-            }
-        }
-        if ((options.exportGroups || options.internalNames) && polygon.group != group) {
-            group = polygon.group;
-            if (const QLM_Group2* named = mesh->GetGroup(group)) {
-                const std::string_view full = named->GetName();
-                const std::string_view name = full.substr(0, full.find(':'));
-                if (options.internalNames) {
-                    out << "#  InternalName: " << name;
-                    out.EndLine();
-                }
-                if (options.exportGroups) {
-                    out << "g " << name;
-                    out.EndLine();
-                }
-            }
-        }
-        out << "f";
-        for (int i = 0; i < polygon.count; ++i) {
-            const int vertex = polygon.corners[i].vertex, texture = polygon.corners[i].textureVertex;
-            if (vertex == -1) continue;
-            out << " " << vertex + 1 << "/";
-            if (texture != -1) out << texture + 1;
-            out << "/" << vertex + 1;
-        }
-        out.EndLine();
-    }
+/// The name of a group as files bear it.
+std::string_view ShortName(const QLM_Group2& group) {
+    const std::string_view full = group.GetName();
+    return full.substr(0, full.find(':'));
 }
 
-void WriteObj(FILE* file, QLM_Mesh* mesh, const std::string& mtlName, const QLM_ObjWriteOptions& options) {
-    TextSink out(file);
-    out << "# This OBJ file was exported from Quillmere";
-    out.EndLine();
-    out << "mtllib " << mtlName;
-    out.EndLine();
-    out << "# Vertex Count " << mesh->GetVCount();
-    out.EndLine();
+/// "usemtl" where the material changes; a polygon without one says nothing.
+void WriteMaterialChange(QLM_LineBuffer& out, const QLM_Mesh& mesh, int before, int material) {
+    const QLM_Material* named = before != material ? mesh.GetMaterial(material) : nullptr;
+    if (named) out << "usemtl " << named->GetName() << '\n';
+}
+
+/// A face, headed by the material and group where they differ from those of the polygon before.
+void WriteFace(QLM_LineBuffer& out, const QLM_Mesh& mesh, int p, const QLM_ObjWriteOptions& options) {
+    const QLM_Polygon& polygon = mesh.GetPolygon(p);
+    const int materialBefore = p > 0 ? mesh.GetPolygon(p - 1).material : -1;
+    const int groupBefore = p > 0 ? mesh.GetPolygon(p - 1).group : -1;
+    WriteMaterialChange(out, mesh, materialBefore, polygon.material);
+    if ((options.exportGroups || options.internalNames) && polygon.group != groupBefore)
+        if (const QLM_Group2* group = mesh.GetGroup(polygon.group)) {
+            if (options.internalNames) out << "#  InternalName: " << ShortName(*group) << '\n';
+            if (options.exportGroups) out << "g " << ShortName(*group) << '\n';
+        }
+    out << 'f';
+    for (int i = 0; i < polygon.count; ++i) {
+        const int vertex = polygon.corners[i].vertex, texture = polygon.corners[i].textureVertex;
+        if (vertex == -1) continue;
+        out << ' ' << vertex + 1 << '/';
+        if (texture != -1) out << texture + 1;
+        out << '/' << vertex + 1;
+    }
+    out << '\n';
+}
+
+void WriteObj(FILE* file, QLM_Mesh& mesh, const std::string& mtlName, const QLM_ObjWriteOptions& options) {
+    QLM_PrintToFile(file, "# This OBJ file was exported from %s\n", "Quillmere");
+    QLM_PrintToFile(file, "mtllib %s\n", mtlName);
+    QLM_PrintToFile(file, "# Vertex Count %d\n", mesh.GetVCount());
+    const auto write = [file](std::string_view keyword, const auto& array, int count) {
+        QLM_WriteObjLines(file, array.GetCount(),
+                          [&](int i, QLM_LineBuffer& out) { out.Numbers(keyword, array[i], count); });
+    };
     // The resolved shape stands behind the world matrix already.
-    for (int v = 0; v < mesh->GetVCount(); ++v) out.Numbers("v", mesh->ResolvedVertices[v], 3);
-    for (int v = 0; v < mesh->GetVCount(); ++v) out.Numbers("vn", mesh->VertexNormals[v], 3);
+    write("v", mesh.ResolvedVertices, 3);
+    write("vn", mesh.VertexNormals, 3);
     if (options.verticesOnly) return;
-    for (int t = 0; t < mesh->GetVTCount(); ++t) out.Numbers("vt", mesh->TextureVertices[t], 2);
-    WriteFaces(out, mesh, options);
+    write("vt", mesh.TextureVertices, 2);
+    QLM_WriteObjLines(file, mesh.GetPCount(), [&](int p, QLM_LineBuffer& out) { WriteFace(out, mesh, p, options); });
 }
+
+/// Writes groups one after another, each with numbers of its own.
+class GroupWriter {
+  public:
+    explicit GroupWriter(const QLM_Mesh& meshIn)
+        : mesh(meshIn), vertexNumbers(static_cast<size_t>(mesh.GetVCount()), -1),
+          textureNumbers(static_cast<size_t>(mesh.GetVTCount()), -1),
+          firstOfVertex(static_cast<size_t>(mesh.GetVCount()) + 1, 0) {
+        // A polygon that lies in a group has its first corner there: finding it by that corner is enough.
+        for (int p = 0; p < mesh.GetPCount(); ++p)
+            if (mesh.GetPolygonVertexCount(p) > 0) ++firstOfVertex[FirstVertex(p) + 1];
+        for (size_t v = 1; v < firstOfVertex.size(); ++v) firstOfVertex[v] += firstOfVertex[v - 1];
+        polygonsByFirst.resize(static_cast<size_t>(firstOfVertex.back()));
+        std::vector<int32_t> next(firstOfVertex.begin(), firstOfVertex.end() - 1);
+        for (int p = 0; p < mesh.GetPCount(); ++p)
+            if (mesh.GetPolygonVertexCount(p) > 0) polygonsByFirst[static_cast<size_t>(next[FirstVertex(p)]++)] = p;
+    }
+
+    /// True when a vertex lies away from where it was before any deformation.
+    bool HasMoved(const QLM_Group2& group) const {
+        const float limit = mesh.BoundsDiagonal * MovedShareOfDiagonal;
+        return std::any_of(group.Vertices.begin(), group.Vertices.end(), [&](int32_t v) {
+            if (!IsVertex(v)) return false;
+            const float *now = mesh.ResolvedVertices[v], *before = mesh.Vertices[v];
+            const float moved[3] = {now[0] - before[0], now[1] - before[1], now[2] - before[2]};
+            return moved[0] * moved[0] + moved[1] * moved[1] + moved[2] * moved[2] > limit * limit;
+        });
+    }
+
+    void Write(FILE* file, const QLM_Group2& group, const std::string& mtlName, bool verticesOnly) {
+        QLM_PrintToFile(file, "mtllib %s\n", mtlName);
+        QLM_PrintToFile(file, "# Vertex Count %d\n", static_cast<int>(group.Vertices.size()));
+        out.Clear();
+        int32_t next = 0;
+        for (const int32_t v : group.Vertices) {
+            if (!IsVertex(v)) {
+                QLM_Log("The group \"%s\" contains an invalid vertex index", group.GetName());
+                continue;
+            }
+            vertexNumbers[static_cast<size_t>(v)] = next++;
+            out.Numbers("v", mesh.ResolvedVertices[v], 3);
+        }
+        if (!verticesOnly) WriteFaces(PolygonsOf(group));
+        std::fwrite(out.GetData(), 1, out.GetSize(), file);
+        for (const int32_t v : group.Vertices)
+            if (IsVertex(v)) vertexNumbers[static_cast<size_t>(v)] = -1;
+    }
+
+  private:
+    bool IsVertex(int32_t v) const { return v >= 0 && v < mesh.GetVCount(); }
+    size_t FirstVertex(int p) const { return static_cast<size_t>(mesh.GetPolygon(p).corners[0].vertex); }
+
+    /// Polygons that lie in the numbered group with all their corners, ascending.
+    std::vector<int32_t> PolygonsOf(const QLM_Group2& group) const {
+        std::vector<int32_t> found;
+        for (const int32_t v : group.Vertices)
+            if (IsVertex(v))
+                found.insert(found.end(), polygonsByFirst.begin() + firstOfVertex[static_cast<size_t>(v)],
+                             polygonsByFirst.begin() + firstOfVertex[static_cast<size_t>(v) + 1]);
+        std::erase_if(found, [&](int32_t p) {
+            const QLM_Polygon& polygon = mesh.GetPolygon(p);
+            return std::any_of(polygon.corners, polygon.corners + polygon.count, [&](const QLM_PolygonCorner& corner) {
+                return vertexNumbers[static_cast<size_t>(corner.vertex)] == -1;
+            });
+        });
+        std::sort(found.begin(), found.end());
+        return found;
+    }
+
+    void WriteFaces(const std::vector<int32_t>& polygons) {
+        // Texture vertices in the order of first use.
+        std::vector<int32_t> used;
+        for (const int32_t p : polygons)
+            for (int i = 0; i < mesh.GetPolygonVertexCount(p); ++i) {
+                const int texture = mesh.GetPolygonTextureVertex(p, i);
+                if (texture < 0 || textureNumbers[static_cast<size_t>(texture)] != -1) continue;
+                textureNumbers[static_cast<size_t>(texture)] = static_cast<int32_t>(used.size());
+                used.push_back(texture);
+                out.Numbers("vt", mesh.TextureVertices[texture], 2);
+            }
+        int material = -1;
+        for (const int32_t p : polygons) {
+            WriteMaterialChange(out, mesh, material, mesh.GetPolygonMaterial(p));
+            material = mesh.GetPolygonMaterial(p);
+            out << "f ";
+            for (int i = 0; i < mesh.GetPolygonVertexCount(p); ++i) {
+                const int texture = mesh.GetPolygonTextureVertex(p, i);
+                out << ' ' << vertexNumbers[static_cast<size_t>(mesh.GetPolygonRawVertex(p, i))] + 1;
+                if (texture >= 0) out << '/' << textureNumbers[static_cast<size_t>(texture)] + 1;
+            }
+            out << '\n';
+        }
+        for (const int32_t texture : used) textureNumbers[static_cast<size_t>(texture)] = -1;
+    }
+
+    const QLM_Mesh& mesh;
+    std::vector<int32_t> vertexNumbers, textureNumbers;  ///< in the present file; all -1 between two files
+    std::vector<int32_t> firstOfVertex, polygonsByFirst; ///< by the vertex of the first corner, ascending
+    QLM_LineBuffer out;
+};
 
 } // namespace
 
@@ -138,13 +198,42 @@ bool QLM_WriteObjFile(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWrit
         failedPath = mtlPath;
         return false;
     }
-    WriteMtl(mtl.GetStream(), mesh);
+    WriteMtl(mtl.GetStream(), *mesh);
     QLM_SafeFileWriter obj(path);
     if (!obj.GetStream()) {
         failedPath = path;
         return false;
     }
-    WriteObj(obj.GetStream(), mesh, mtlName, options);
+    WriteObj(obj.GetStream(), *mesh, mtlName, options);
     failedPath = !obj.Commit() ? path : !mtl.Commit() ? mtlPath : "";
     return failedPath.empty();
+}
+
+bool QLM_WriteObjGroups(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWriteOptions& options) {
+    QLM_TRACE(2);
+    bool good = true;
+    const std::string stem = QLM_FolderOf(path) + QLM_StemOf(path), mtlName = QLM_StemOf(path) + ".mtl";
+    QLM_SafeFileWriter mtl(stem + ".mtl");
+    if (mtl.GetStream()) WriteMtl(mtl.GetStream(), *mesh);
+    if (!mtl.Commit()) {
+        QLM_OS::Get().PrintMessage("Error saving the file MTL file '%s'", stem + ".mtl");
+        good = false;
+    }
+
+    // Groups are written in the object's own space.
+    const bool isMoved = !mesh->IsIdentity();
+    if (isMoved) mesh->ResolveMorphs(false);
+    GroupWriter writer(*mesh);
+    for (int g = 0; g < mesh->GetGroupCount(); ++g) {
+        const QLM_Group2& group = *mesh->GetGroup(g);
+        if (options.changedGroupsOnly && !writer.HasMoved(group)) continue;
+        const std::string groupPath = QLM_FormatText("%s_%s.OBJ", stem, std::string(ShortName(group)));
+        QLM_SafeFileWriter obj(groupPath);
+        if (obj.GetStream()) writer.Write(obj.GetStream(), group, mtlName, options.verticesOnly);
+        if (obj.Commit()) continue;
+        QLM_OS::Get().PrintMessage("Error creating the file %s", groupPath);
+        good = false;
+    }
+    if (isMoved) mesh->ResolveMorphs(true);
+    return good;
 }

@@ -1,0 +1,245 @@
+#pragma once
+// The formulas of the blend types, in the form that QLM_BlendTypes.h tells. Each result is a byte of 8-bit arithmetic
+// whose quotients by 255 truncate toward zero, worked out in integers: a row of pixels then fits vector registers,
+// where the product table would be asked for each byte.
+//
+// A formula may have, beside Apply:
+//   Channel(d, s, a)   one channel from one channel, for formulas that mix no channels: a kernel may run over the bytes
+//                      of a row
+// and, for the paint pass, two marks:
+//   usesMixCurve       its weight is P[mask][alpha]: a transparent pixel takes the source at once
+//   forcesWhite        the brush's colour doesn't matter, the source is white; a layer's pixels serve as they are
+
+#include "Math/QLM_MathTables.h"
+#include "Rasterizer/QLM_BlendTypes.h"
+#include "Rasterizer/QLM_ByteHSL.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <tuple>
+
+/// x / 255 for 0..65025, truncated.
+inline int QLM_Divide255(int x) {
+    const uint16_t u = static_cast<uint16_t>(x);
+    return static_cast<uint16_t>(u + 1 + (u >> 8)) >> 8;
+}
+/// The signed quotient, toward zero, for -65025..65025. Without a branch: signs of samples can't be foretold.
+inline int QLM_Quotient255(int x) {
+    const int sign = x >> 31;
+    return (QLM_Divide255((x ^ sign) - sign) ^ sign) - sign;
+}
+/// d mixed towards x, both 0..255, with weight a.
+inline uint8_t QLM_BlendMix(int d, int x, int a) { return static_cast<uint8_t>(d + QLM_Quotient255((x - d) * a)); }
+/// The mask after paint or a layer of weight a.
+inline uint8_t QLM_RaiseMask(int m, int a) { return static_cast<uint8_t>(m + QLM_Divide255((255 - m) * a)); }
+
+/// The spread of saturation that a layer resolve uses: full everywhere.
+inline constexpr std::array<uint8_t, 256> QLM_FullSaturationSpread = [] {
+    std::array<uint8_t, 256> spread{};
+    for (uint8_t& entry : spread) entry = 255;
+    return spread;
+}();
+
+/// Base of all formulas: the marks that most don't have, and the whole pixel from one channel.
+template <class Formula> struct QLM_BlendFormula {
+    static constexpr bool usesMixCurve = false, forcesWhite = false;
+    static void Apply(const uint8_t* d, const uint8_t* s, int a, const QLM_BlendParameters&, uint8_t* out) {
+        for (int i = 0; i < 3; ++i) out[i] = Formula::Channel(d[i], s[i], a);
+    }
+};
+
+/// Formulas that mix each channel towards a target made of d and s.
+template <class Formula> struct QLM_BlendMixing : QLM_BlendFormula<Formula> {
+    static uint8_t Channel(int d, int s, int a) { return QLM_BlendMix(d, Formula::Target(d, s), a); }
+};
+
+/// The paint form: mixes the source into a pixel with alpha a over mask m. `out` is none of the others.
+template <class Formula>
+void QLM_PaintPixel(const uint8_t* d, int m, const uint8_t* s, int a, const QLM_BlendParameters& p, uint8_t* out) {
+    Formula::Apply(d, s, Formula::usesMixCurve ? QLM_MixCurveAt(m, a) : a, p, out);
+}
+
+// Formulas of one channel, by Target(d, s).
+
+struct QLM_Blend_Normal : QLM_BlendMixing<QLM_Blend_Normal> {
+    static constexpr bool usesMixCurve = true;
+    static int Target(int, int s) { return s; }
+};
+struct QLM_Blend_LightenOnly : QLM_BlendMixing<QLM_Blend_LightenOnly> {
+    static int Target(int d, int s) { return std::max(d, s); }
+};
+struct QLM_Blend_DarkenOnly : QLM_BlendMixing<QLM_Blend_DarkenOnly> {
+    static int Target(int d, int s) { return std::min(d, s); }
+};
+struct QLM_Blend_Multiply : QLM_BlendMixing<QLM_Blend_Multiply> {
+    static int Target(int d, int s) { return QLM_Divide255(s * d); }
+};
+struct QLM_Blend_Overlay : QLM_BlendMixing<QLM_Blend_Overlay> {
+    static int Target(int d, int s) {
+        const int multiplied = QLM_Divide255(d * s), screened = 255 - QLM_Divide255((255 - s) * (255 - d));
+        return QLM_Divide255(multiplied * (255 - d) + screened * d);
+    }
+};
+struct QLM_Blend_Screen : QLM_BlendMixing<QLM_Blend_Screen> {
+    static int Target(int d, int s) { return 255 - QLM_Divide255((255 - d) * (255 - s)); }
+};
+struct QLM_Blend_HardLight : QLM_BlendMixing<QLM_Blend_HardLight> {
+    static int Target(int d, int s) { return std::clamp(d + (s - 127) * 2, 0, 255); }
+};
+struct QLM_Blend_SoftLight : QLM_BlendMixing<QLM_Blend_SoftLight> {
+    static int Target(int d, int s) { return std::clamp(d + ((s - 127) >> 1), 0, 255); }
+};
+struct QLM_Blend_Dodge : QLM_BlendMixing<QLM_Blend_Dodge> {
+    static int Target(int d, int s) { return std::min(d, 8) * std::min(255, QLM_HSL::Divide(d * 255, 256 - s)) >> 3; }
+};
+struct QLM_Blend_Burn : QLM_BlendMixing<QLM_Blend_Burn> {
+    static int Target(int d, int s) { return 255 - QLM_Blend_Dodge::Target(255 - d, 255 - s); }
+};
+struct QLM_Blend_Difference : QLM_BlendMixing<QLM_Blend_Difference> {
+    static int Target(int d, int s) { return d < s ? s - d : d - s; }
+};
+struct QLM_Blend_RgbUp : QLM_BlendMixing<QLM_Blend_RgbUp> {
+    static int Target(int d, int s) { return std::min(255, d + s); }
+};
+struct QLM_Blend_RgbDown : QLM_BlendMixing<QLM_Blend_RgbDown> {
+    static int Target(int d, int s) { return std::max(0, d - s); }
+};
+/// Its inner quotient is signed and goes on as it is.
+struct QLM_Blend_Exclusion : QLM_BlendFormula<QLM_Blend_Exclusion> {
+    static uint8_t Channel(int d, int s, int a) {
+        return static_cast<uint8_t>(d + QLM_Quotient255(QLM_Quotient255((255 - 2 * d) * s) * a));
+    }
+};
+
+// Formulas that shift by the mean of the source.
+
+inline int QLM_MeanOf(const uint8_t* s) { return (s[0] + s[1] + s[2]) / 3; }
+
+struct QLM_Blend_Lighten : QLM_BlendFormula<QLM_Blend_Lighten> {
+    static constexpr bool forcesWhite = true;
+    static void Apply(const uint8_t* d, const uint8_t* s, int a, const QLM_BlendParameters&, uint8_t* out) {
+        const int shift = QLM_Divide255(a * QLM_MeanOf(s));
+        for (int i = 0; i < 3; ++i) out[i] = static_cast<uint8_t>(std::min(255, d[i] + shift));
+    }
+};
+struct QLM_Blend_Darken : QLM_BlendFormula<QLM_Blend_Darken> {
+    static constexpr bool forcesWhite = true;
+    static void Apply(const uint8_t* d, const uint8_t* s, int a, const QLM_BlendParameters&, uint8_t* out) {
+        const int shift = QLM_Divide255(a * QLM_MeanOf(s));
+        for (int i = 0; i < 3; ++i) out[i] = static_cast<uint8_t>(std::max(0, d[i] - shift));
+    }
+};
+
+// Contrast: the strength and the mean of the source choose a curve, above or below the straight one.
+
+enum class QLM_ContrastChange { Up, Down };
+template <QLM_ContrastChange change>
+const uint8_t* QLM_ContrastCurveOf(const uint8_t* s, const QLM_BlendParameters& p) {
+    const int steps = QLM_Divide255(QLM_MeanOf(s) * p.k) >> 1;
+    return ContrastCurves + (change == QLM_ContrastChange::Up ? 127 + steps : 127 - steps) * 256;
+}
+
+template <QLM_ContrastChange change> struct QLM_Blend_Contrast : QLM_BlendFormula<QLM_Blend_Contrast<change>> {
+    static constexpr bool forcesWhite = true;
+    static void Apply(const uint8_t* d, const uint8_t* s, int a, const QLM_BlendParameters& p, uint8_t* out) {
+        const uint8_t* curve = QLM_ContrastCurveOf<change>(s, p);
+        for (int i = 0; i < 3; ++i) out[i] = QLM_BlendMix(d[i], curve[d[i]], a);
+    }
+};
+using QLM_Blend_ContrastUp = QLM_Blend_Contrast<QLM_ContrastChange::Up>;
+using QLM_Blend_ContrastDown = QLM_Blend_Contrast<QLM_ContrastChange::Down>;
+
+// Formulas in hue, lightness and saturation: Change(hsl, s, p) changes those of d; false leaves the pixel alone.
+
+template <class Formula> struct QLM_BlendHSL : QLM_BlendFormula<Formula> {
+    static void Apply(const uint8_t* d, const uint8_t* s, int a, const QLM_BlendParameters& p, uint8_t* out) {
+        QLM_ByteHSL hsl = QLM_RGBToHSL(d);
+        if (!Formula::Change(hsl, s, p)) a = 0;
+        uint8_t target[3];
+        QLM_HSLToRGB(hsl, target);
+        for (int i = 0; i < 3; ++i) out[i] = QLM_BlendMix(d[i], target[i], a);
+    }
+};
+
+/// Which pixels the curve on the lightness may change.
+enum class QLM_LightnessRule { Any, Brighter, Darker };
+template <QLM_ContrastChange change, QLM_LightnessRule rule>
+struct QLM_Blend_NaturalContrast : QLM_BlendHSL<QLM_Blend_NaturalContrast<change, rule>> {
+    static constexpr bool forcesWhite = true;
+    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters& p) {
+        const uint8_t old = hsl.lightness;
+        hsl.lightness = QLM_ContrastCurveOf<change>(s, p)[old];
+        if (rule == QLM_LightnessRule::Brighter) return hsl.lightness >= old;
+        return rule == QLM_LightnessRule::Any || hsl.lightness <= old;
+    }
+};
+using QLM_Blend_NaturalContrastUp = QLM_Blend_NaturalContrast<QLM_ContrastChange::Up, QLM_LightnessRule::Any>;
+using QLM_Blend_NaturalContrastDown = QLM_Blend_NaturalContrast<QLM_ContrastChange::Down, QLM_LightnessRule::Any>;
+using QLM_Blend_Highlight = QLM_Blend_NaturalContrast<QLM_ContrastChange::Up, QLM_LightnessRule::Brighter>;
+using QLM_Blend_Shade = QLM_Blend_NaturalContrast<QLM_ContrastChange::Up, QLM_LightnessRule::Darker>;
+
+struct QLM_Blend_Color : QLM_BlendHSL<QLM_Blend_Color> {
+    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters&) {
+        const QLM_ByteHSL source = QLM_RGBToHSL(s);
+        hsl.hue = source.hue;
+        hsl.saturation = source.saturation;
+        return true;
+    }
+};
+struct QLM_Blend_Hue : QLM_BlendHSL<QLM_Blend_Hue> {
+    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters&) {
+        hsl.hue = QLM_RGBToHSL(s).hue;
+        return true;
+    }
+};
+template <int direction> struct QLM_Blend_HueShift : QLM_BlendHSL<QLM_Blend_HueShift<direction>> {
+    static constexpr bool forcesWhite = true;
+    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters& p) {
+        const int steps = QLM_Divide255((s[0] + s[1] + s[2]) / 9 * p.k);
+        hsl.hue = static_cast<uint8_t>(hsl.hue + direction * steps);
+        return true;
+    }
+};
+using QLM_Blend_HueUp = QLM_Blend_HueShift<1>;
+using QLM_Blend_HueDown = QLM_Blend_HueShift<-1>;
+
+struct QLM_Blend_Lightness : QLM_BlendHSL<QLM_Blend_Lightness> {
+    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters&) {
+        hsl.saturation = static_cast<uint8_t>(QLM_Divide255(hsl.saturation * LightnessSaturation()[hsl.lightness]));
+        hsl.lightness = QLM_RGBToHSL(s).lightness;
+        return true;
+    }
+};
+struct QLM_Blend_Saturation : QLM_BlendHSL<QLM_Blend_Saturation> {
+    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters& p) {
+        hsl.saturation = QLM_BlendMix(hsl.saturation, QLM_RGBToHSL(s).saturation, p.saturationSpread[hsl.saturation]);
+        return true;
+    }
+};
+struct QLM_Blend_SaturationUp : QLM_BlendHSL<QLM_Blend_SaturationUp> {
+    static constexpr bool forcesWhite = true;
+    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters& p) {
+        const int raise = QLM_Divide255(QLM_MeanOf(s) * p.saturationSpread[hsl.saturation]);
+        hsl.saturation = static_cast<uint8_t>(std::min(255, hsl.saturation + raise));
+        return true;
+    }
+};
+struct QLM_Blend_SaturationDown : QLM_BlendHSL<QLM_Blend_SaturationDown> {
+    static constexpr bool forcesWhite = true;
+    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters&) {
+        hsl.saturation = static_cast<uint8_t>(std::max(0, hsl.saturation - QLM_MeanOf(s)));
+        return true;
+    }
+};
+
+/// In the order of the blend types of layers.
+using QLM_LayerBlendFormulas =
+    std::tuple<QLM_Blend_Normal, QLM_Blend_Lighten, QLM_Blend_Darken, QLM_Blend_LightenOnly, QLM_Blend_DarkenOnly,
+               QLM_Blend_Multiply, QLM_Blend_Overlay, QLM_Blend_Screen, QLM_Blend_HardLight, QLM_Blend_SoftLight,
+               QLM_Blend_Dodge, QLM_Blend_Burn, QLM_Blend_Exclusion, QLM_Blend_Difference, QLM_Blend_Hue,
+               QLM_Blend_HueUp, QLM_Blend_HueDown, QLM_Blend_Lightness, QLM_Blend_Saturation, QLM_Blend_SaturationUp,
+               QLM_Blend_SaturationDown, QLM_Blend_RgbUp, QLM_Blend_RgbDown, QLM_Blend_Color, QLM_Blend_ContrastUp,
+               QLM_Blend_ContrastDown, QLM_Blend_NaturalContrastUp, QLM_Blend_NaturalContrastDown,
+               QLM_Blend_Highlight, QLM_Blend_Shade>;
+static_assert(std::tuple_size_v<QLM_LayerBlendFormulas> == QLM_BlendTypeCount);

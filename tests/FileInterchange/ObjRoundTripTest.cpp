@@ -1,0 +1,222 @@
+// What goes out comes in again.
+
+#include "Core/OS/QLM_Files.h"
+#include "Engine/QLM_Engine.h"
+#include "FileInterchange/OBJ/QLM_ObjWriter.h"
+#include "FileInterchange/QLM_IOManager.h"
+#include "Geometry/QLM_ObjectManager.h"
+#include "Maps/QLM_MapManager.h"
+#include "Maps/QLM_MaterialMapSource.h"
+#include "ObjTestSupport.h"
+
+#include <zlib.h>
+
+#include <cmath>
+#include <random>
+
+namespace {
+
+class ObjRoundTrip : public Obj {
+  protected:
+    /// Each face as material, group and corners, all by name and number.
+    static std::vector<std::string> Faces(const QLM_Mesh& mesh) {
+        std::vector<std::string> faces;
+        for (int p = 0; p < mesh.GetPCount(); ++p) {
+            const QLM_Polygon& polygon = mesh.GetPolygon(p);
+            const QLM_Group2* group = mesh.GetGroup(polygon.group);
+            QLM_Material* material = mesh.GetMaterial(polygon.material);
+            std::string face =
+                std::string(material ? material->GetName() : "-") + "|" + (group ? group->GetName() : "-");
+            for (int i = 0; i < polygon.count; ++i)
+                face += " " + std::to_string(polygon.corners[i].vertex) + "/" +
+                        std::to_string(polygon.corners[i].textureVertex);
+            faces.push_back(face);
+        }
+        return faces;
+    }
+
+    /// Equal to the bit from 0.125 up, within the digits written below.
+    static void ExpectSame(const float* a, const float* b, int64_t count) {
+        for (int64_t i = 0; i < count; ++i) {
+            if (std::fabs(a[i]) >= 0.125f) ASSERT_EQ(a[i], b[i]) << i;
+            else ASSERT_NEAR(a[i], b[i], 7.5e-9) << i;
+        }
+    }
+
+    /// Writes the mesh, reads it into another object and compares the two.
+    void ExpectRoundTrip(QLM_Mesh& before, QLM_ObjWriteOptions options = {}) {
+        std::string failed;
+        ASSERT_TRUE(QLM_WriteObjFile(&before, folder + "trip.obj", options, failed)) << failed;
+        QLM_Object other;
+        other.SetMesh(new QLM_Mesh(&other));
+        QLM_ObjReadOptions readOptions;
+        readOptions.useInternalNames = options.internalNames;
+        ASSERT_TRUE(QLM_ReadObjFile(folder + "trip.obj", other.GetMesh(), readOptions, error)) << error;
+        QLM_Mesh& after = *other.GetMesh();
+        ASSERT_EQ(after.GetVCount(), before.GetVCount());
+        ASSERT_EQ(after.GetVTCount(), before.GetVTCount());
+        ExpectSame(before.ResolvedVertices.GetData(), after.Vertices.GetData(), 3 * before.GetVCount());
+        ExpectSame(before.TextureVertices.GetData(), after.TextureVertices.GetData(), 2 * before.GetVTCount());
+        EXPECT_EQ(Faces(after), Faces(before));
+    }
+};
+
+TEST_F(ObjRoundTrip, SpotAndAFigureOfManyGroups) {
+    std::error_code missing;
+    const std::string spot = QLM_SOURCE_DIR "/../shared/data/spot/spot.obj";
+    if (fs::exists(spot, missing)) {
+        object.SetMesh(new QLM_Mesh(&object));
+        ASSERT_TRUE(QLM_ReadObjFile(spot, &Mesh(), {}, error)) << error;
+        ExpectRoundTrip(Mesh());
+    }
+    // 172 groups of ten quads, every fifth with a material of its own, with coordinates of all sizes.
+    std::mt19937 random(17);
+    std::string text;
+    const auto number = [&] {
+        return std::to_string((static_cast<double>(random()) / 4294967296.0 - 0.5) * std::pow(10.0, random() % 5));
+    };
+    for (int v = 0; v < 2000; ++v) text += "v " + number() + " " + number() + " " + number() + "\n";
+    for (int v = 0; v < 2000; ++v) text += "vt 0." + std::to_string(100000 + random() % 900000) + " 0.5\n";
+    for (int g = 0; g < 172; ++g) {
+        text += "g body part " + std::to_string(g) + "\n";
+        if (g % 5 == 0) text += "usemtl skin " + std::to_string(g) + "\n";
+        for (int f = 0; f < 10; ++f) {
+            text += "f";
+            for (int i = 0; i < 4; ++i)
+                text += " " + std::to_string(1 + random() % 2000) + "/" + std::to_string(1 + random() % 2000);
+            text += "\n";
+        }
+    }
+    ASSERT_TRUE(Read(text)) << error;
+    ASSERT_EQ(Mesh().GetGroupCount(), 172);
+    ASSERT_EQ(Mesh().GetMaterialCount(), 35);
+    ExpectRoundTrip(Mesh());
+    QLM_ObjWriteOptions options;
+    options.internalNames = true;
+    options.exportGroups = false;
+    ExpectRoundTrip(Mesh(), options);
+}
+
+TEST_F(ObjRoundTrip, OddButLegalFiles) {
+    std::string many = Square;
+    for (int i = 0; i < 1000; ++i) many += "usemtl m" + std::to_string(i) + "\nf 1 2 3\n";
+    const std::string texts[] = {
+        Square + UVs + "f -4/-4 -3/-3 -2/-2\r\nf -1/-1/-1 -2/-2/-2 -3/-3/-3\r\n", // relative, CRLF
+        Square + "f 1//1 2//2 3//3 4//4\n",                                       // without texture vertices
+        "v\t1\t2\t3\nv\t4 5 6\nv 7\t8\t9\nf\t1\t2\t3\n",                          // tabs
+        "f 1 2 3\n" + Square + "usemtl no library here\ng  two words \nf 4 3 2 1\nf 1 2 3\n",
+        many,
+        Square + "v 9 9 9\n", // no polygon, an isolated vertex
+    };
+    for (const std::string& text : texts) {
+        SCOPED_TRACE(text.substr(0, 60));
+        ASSERT_TRUE(Read(text)) << error;
+        ExpectRoundTrip(Mesh());
+    }
+    ASSERT_TRUE(Read(many));
+    EXPECT_EQ(Mesh().GetMaterialCount(), 1000);
+}
+
+TEST_F(ObjRoundTrip, PackedFiles) {
+    const auto pack = [&](const std::string& name, const std::string& text) {
+        gzFile file = gzopen((folder + name).c_str(), "wb9");
+        gzwrite(file, text.data(), static_cast<unsigned>(text.size()));
+        gzclose(file);
+        return folder + name;
+    };
+    object.SetMesh(new QLM_Mesh(&object));
+    ASSERT_TRUE(QLM_ReadObjFile(pack("a.objz", Square + "f 1 2 3 4\n"), &Mesh(), {}, error)) << error;
+    EXPECT_EQ(Corners(0, false), (std::vector<int>{0, 1, 2, 3}));
+    EXPECT_STREQ(Mesh().GetMaterials()[0]->GetName(), "a");
+
+    // Far more than a text of that size can hold, damaged, cut off and not packed at all: told, and nothing is left.
+    const std::string good = Text(folder + "a.objz");
+    const std::string bad[] = {pack("bomb.objz", std::string(80 << 20, ' ')),
+                               Put("cut.objz", good.substr(0, good.size() / 2)),
+                               Put("hurt.objz", good.substr(0, 12) + "????" + good.substr(16)),
+                               Put("plain.objz", Square), Put("empty.objz", "")};
+    for (const std::string& path : bad) {
+        object.SetMesh(new QLM_Mesh(&object));
+        error.clear();
+        EXPECT_FALSE(QLM_ReadObjFile(path, &Mesh(), {}, error)) << path;
+        EXPECT_FALSE(error.empty()) << path;
+        EXPECT_EQ(Mesh().GetVCount(), 0) << path;
+    }
+}
+
+TEST_F(ObjRoundTrip, AMovedObjectIsWrittenWhereItStands) {
+    QLM_Object* moved =
+        scene.AddObject("cube", {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0}, {}, {{{0, -1}, {1, -1}, {2, -1}, {3, -1}}});
+    QLM_Mesh& mesh = *moved->GetMesh();
+    for (int i = 0; i < 3; ++i) mesh.Transform_Scale[i] = 2.0f;
+    mesh.Transform_Pos[0] = 1.0f;
+    QLM_GetManagers().GetObjectManager()->OnShapeChanged(moved, true, true, true);
+    QLM_IOManager& io = *QLM_GetManagers().GetIOManager();
+    ASSERT_TRUE(io.ExportObjectFile(&mesh, folder + "moved.obj", true, true));
+    // Scaled about its middle (0.5, 0.5, 0): -0.5..1.5, then 1 to the right.
+    const std::string text = Text(folder + "moved.obj");
+    EXPECT_NE(text.find("\nv 0.50000000 -0.50000000 0.00000000\nv 2.50000000 -0.50000000 0.00000000\n"),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find("\nvn "), std::string::npos);
+    EXPECT_EQ(text.find("\nf "), std::string::npos) << "vertices only";
+    // Groups keep the object's own space.
+    ASSERT_TRUE(io.ExportGroupsAsSeparateObjects(moved, folder + "own.obj"));
+    const std::string group = Text(folder + "own_" + mesh.GetGroup(0)->GetName() + ".OBJ");
+    EXPECT_EQ(group.find("vn "), std::string::npos);
+    EXPECT_NE(group.find("v 1.00000000 0.00000000 0.00000000\n"), std::string::npos) << group;
+    EXPECT_EQ(mesh.ResolvedVertices[0][0], 0.5f) << "the resolved shape is as it was";
+}
+
+TEST_F(ObjRoundTrip, GroupsAsSeparateFiles) {
+    ASSERT_TRUE(Read(Square + "v 5 5 5\n" + UVs +
+                     "g left arm\nusemtl skin\nf 3/4 2/3 1/2\ng leg\nf 1/1 3/2 4/3\nusemtl nail\nf 4/3 5/4 1/1\n"));
+    QLM_ObjWriteOptions options;
+    ASSERT_TRUE(QLM_WriteObjGroups(&Mesh(), folder + "figure.obj", options));
+    EXPECT_EQ(
+        Text(folder + "figure_left arm.OBJ"),
+        "mtllib figure.mtl\n# Vertex Count 3\nv -1.00000000 -1.00000000 0.00000000\nv 1.00000000 -1.00000000 "
+        "0.00000000\nv 1.00000000 1.00000000 0.00000000\n"
+        "vt 0.00000000 1.00000000\nvt 1.00000000 1.00000000\nvt 1.00000000 0.00000000\nusemtl skin\nf  3/1 2/2 1/3\n");
+    EXPECT_EQ(Text(folder + "figure_leg.OBJ"),
+              "mtllib figure.mtl\n# Vertex Count 4\nv -1.00000000 -1.00000000 0.00000000\nv 1.00000000 1.00000000 "
+              "0.00000000\nv -1.00000000 1.00000000 0.00000000\nv 5.00000000 5.00000000 5.00000000\n"
+              "vt 0.00000000 0.00000000\nvt 1.00000000 0.00000000\nvt 1.00000000 1.00000000\nvt 0.00000000 1.00000000\n"
+              "usemtl skin\nf  1/1 2/2 3/3\nusemtl nail\nf  3/3 4/4 1/1\n");
+    EXPECT_EQ(Text(folder + "figure.mtl").rfind("newmtl skin\n", 0), 0u);
+
+    // Only a group with a vertex that moved further than a millionth of the diagonal.
+    options.changedGroupsOnly = options.verticesOnly = true;
+    Mesh().ResolvedVertices[4][1] += Mesh().BoundsDiagonal * 1e-5f;
+    ASSERT_TRUE(QLM_WriteObjGroups(&Mesh(), folder + "new.obj", options));
+    EXPECT_FALSE(fs::exists(folder + "new_left arm.OBJ"));
+    EXPECT_EQ(Text(folder + "new_leg.OBJ").find("f "), std::string::npos);
+    // What can't be written is told, the rest is.
+    fs::create_directory(folder + "part_leg.OBJ");
+    EXPECT_FALSE(QLM_WriteObjGroups(&Mesh(), folder + "part.obj", {}));
+    EXPECT_TRUE(WasTold("Error creating the file " + folder + "part_leg.OBJ"));
+    EXPECT_TRUE(fs::exists(folder + "part_left arm.OBJ"));
+}
+
+TEST_F(ObjRoundTrip, MaterialsKeepMapsThatWereNotFoundAndUnsavedOnesAreNamed) {
+    Put("a.mtl", "newmtl one\nmap_Kd not there.png\nmap_d mask.tif\n");
+    ASSERT_TRUE(Read("mtllib a.mtl\nusemtl one\n" + Square + "f 1 2 3\n"));
+    std::string failed;
+    ASSERT_TRUE(QLM_WriteObjFile(&Mesh(), folder + "b.obj", {}, failed));
+    EXPECT_NE(Text(folder + "b.mtl").find("map_kd not there.png\nmap_d mask.tif\n"), std::string::npos);
+
+    QLM_Object* painted =
+        scene.AddObject("painted", {0, 0, 0, 1, 0, 0, 1, 1, 0}, {0, 0, 1, 0, 1, 1}, {{{0, 0}, {1, 1}, {2, 2}}});
+    QLM_MaterialMapSource* map = scene.AddMap(painted, 4, 4, 1, 2, 3);
+    QLM_IOManager& io = *QLM_GetManagers().GetIOManager();
+    const std::string told = "These image maps have not been saved yet: " + std::string(map->GetName());
+    ASSERT_TRUE(io.ExportObjectFile(painted->GetMesh(), folder + "c.obj", false, true));
+    EXPECT_TRUE(WasTold(told));
+    EXPECT_NE(Text(folder + "c.mtl").find("map_kd " + std::string(map->GetName()) + "\n"), std::string::npos);
+    ASSERT_TRUE(QLM_GetManagers().GetMapManager()->ExportImageMap(map, folder + "map.png", error)) << error;
+    QLM_OS::Get().recorded.clear();
+    ASSERT_TRUE(io.ExportObjectFile(painted->GetMesh(), folder + "c.obj", false, true));
+    EXPECT_FALSE(WasTold(told));
+}
+
+} // namespace
