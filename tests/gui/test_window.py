@@ -280,7 +280,7 @@ def exports(program):
     check(after > before + 0.001, f"white in the exported map: {after}, before: {before}")
 
     target = os.path.join(program.home, "exported.obj")
-    choose(program, EXPORT_OBJECT, "^Export object", target)
+    choose(program, EXPORT_OBJECT, "^Object Files", target)
     wait_until("the exported object", lambda: os.path.exists(target) and os.path.exists(target[:-3] + "mtl"))
     count = [sum(line.startswith("f ") for line in open(path)) for path in (SAMPLE, target)]
     check(count[0] == count[1] > 0, f"faces of the sample and of the exported object: {count}")
