@@ -136,7 +136,8 @@ void QLM_MeshHotSelectionContainer::RebuildSelectionArrays(bool symmetric) {
     else ConvertVertexToPolygon();
 
     RemoveUnusableWeights();
-    const bool anyWeight = FlagVertices(symmetric) | FlagPolygons(symmetric);
+    const bool anyVertex = FlagVertices(symmetric), anyPolygon = FlagPolygons(symmetric);
+    const bool anyWeight = anyVertex || anyPolygon;
     hasFlags = true;
     if (!anyWeight) return ClearSelection();
     CollectInto(SelectedVertices, mesh->GetVCount(), "Selection_ListVertices_ThreadFunc",

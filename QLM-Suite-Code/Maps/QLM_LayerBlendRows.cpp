@@ -23,6 +23,8 @@ constexpr int RowPixels = QLM_BlendRowLimit;
 using Words = uint16_t __attribute__((vector_size(Block)));
 using SignedWords = int16_t __attribute__((vector_size(Block)));
 using HalfBytes = uint8_t __attribute__((vector_size(Block / 2)));
+using Integers = int32_t __attribute__((vector_size(Block)));
+using Floats = float __attribute__((vector_size(Block)));
 
 /// A block of bytes as two vectors of words: lanes stay where they are, so a load is a mask and a shift.
 struct BytePair {
@@ -117,7 +119,120 @@ template <> struct WideTarget<QLM_Blend_SoftLight> {
         t = (Words)x;
     }
 };
-template <class Formula> constexpr bool HasWideForm = !std::is_base_of_v<NoTarget, WideTarget<Formula>>;
+
+// Hue, lightness and saturation of a few pixels at a time, as the formulas of QLM_ByteHSL.h without their branches. All
+// numbers are whole below 2^24 or halves below 2^23, which floats hold exactly.
+
+constexpr int Lanes = Block / sizeof(float); ///< pixels of a group
+
+/// Three numbers of each pixel: RGB, or hue, lightness and saturation.
+struct PixelGroup {
+    Floats x, y, z;
+};
+QLM_INLINE void LoadGroup(const uint8_t* bytes, PixelGroup& v) {
+    HalfBytes low, high; // overlap, so as not to read beyond the group
+    memcpy(&low, bytes, sizeof low);
+    memcpy(&high, bytes + Lanes * 3 - sizeof high, sizeof high);
+    low = __builtin_shufflevector(low, low, 0, 1, 2, 2, 3, 4, 5, 5, 6, 7, 8, 8, 9, 10, 11, 11);
+    high = __builtin_shufflevector(high, high, 4, 5, 6, 6, 7, 8, 9, 9, 10, 11, 12, 12, 13, 14, 15, 15);
+    using HalfIntegers = int32_t __attribute__((vector_size(Block / 2)));
+    const Integers pixels = __builtin_shufflevector((HalfIntegers)low, (HalfIntegers)high, 0, 1, 2, 3, 4, 5, 6, 7);
+    v.x = __builtin_convertvector(pixels & 255, Floats);
+    v.y = __builtin_convertvector(pixels >> 8 & 255, Floats);
+    v.z = __builtin_convertvector(pixels >> 16 & 255, Floats);
+}
+/// Drops what lies behind the point.
+QLM_INLINE void StoreGroup(uint8_t* bytes, const PixelGroup& v) {
+    const Integers pixels = __builtin_convertvector(v.x, Integers) | __builtin_convertvector(v.y, Integers) << 8 |
+                            __builtin_convertvector(v.z, Integers) << 16;
+    HalfBytes halves[2];
+    memcpy(halves, &pixels, sizeof halves);
+    for (HalfBytes& half : halves) {
+        half = __builtin_shufflevector(half, half, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 15, 15, 15, 15);
+        memcpy(bytes, &half, 12);
+        bytes += 12;
+    }
+}
+QLM_INLINE void Truncate(Floats& x) { x = __builtin_convertvector(__builtin_convertvector(x, Integers), Floats); }
+
+QLM_INLINE void ToHSL(PixelGroup& v) {
+    const Floats r = v.x, g = v.y, b = v.z, zero{}, one = zero + 1;
+    Floats largest = r > g ? r : g, smallest = r < g ? r : g;
+    largest = largest > b ? largest : b;
+    smallest = smallest < b ? smallest : b;
+    const Floats sum = largest + smallest, rest = 510 - sum, spread = largest - smallest;
+    const Floats room = sum < rest ? sum : rest;
+
+    const Integers isBlue = b == largest, isGreen = g == largest;
+    const Floats difference = isBlue ? r - g : isGreen ? b - r : g - b;
+    const Floats offset = isBlue ? zero + 1020 : isGreen ? zero + 510 : zero;
+    Floats hue = difference * 255 / (spread > one ? spread : one);
+    Truncate(hue);
+    // The float next to 1 / 6 lies above it: multiples of 6 stay whole.
+    hue = (hue + offset) * (1.0f / 6);
+    Truncate(hue);
+    hue = hue < zero ? hue + 256 : hue;
+
+    v.x = spread > zero ? hue : zero;
+    v.y = sum * 0.5f;
+    v.z = spread * 255 / (room > one ? room : one); // greys divide 0, by what doesn't matter
+}
+
+/// One channel from its least value, rounding included, and how far it rises, in steps of a sextant.
+QLM_INLINE void RampChannel(const Floats& least, const Floats& reach, const Floats& position, Floats& out) {
+    const Floats zero{}, top = zero + QLM_HSL::Sextant;
+    Floats ramp = position > zero ? position : zero;
+    ramp = ramp < top ? ramp : top;
+    // The half in `least` keeps the quotients so far from whole numbers that the reciprocal's error doesn't matter.
+    out = (least + reach * ramp) * (1.0f / (255 * QLM_HSL::Sextant));
+}
+QLM_INLINE void Magnitude(Floats& x) { x = (Floats)((Integers)x & 0x7fffffff); }
+
+QLM_INLINE void ToRGB(PixelGroup& v) {
+    constexpr int Sextant = QLM_HSL::Sextant;
+    const Floats mirrored = 255 - v.y;
+    const Floats reach = (v.y < mirrored ? v.y : mirrored) * v.z;
+    const Floats least = (v.y * 255 - reach) * Sextant + 255 * Sextant * 0.5f;
+    // Distances from where a channel is least (red) or largest.
+    Floats red = v.x * 2 - 3 * Sextant, green = v.x * 2 - 2 * Sextant, blue = v.x * 2 - 4 * Sextant;
+    Magnitude(red);
+    Magnitude(green);
+    Magnitude(blue);
+    RampChannel(least, reach * 2, red - Sextant, v.x);
+    RampChannel(least, reach * 2, 2 * Sextant - green, v.y);
+    RampChannel(least, reach * 2, 2 * Sextant - blue, v.z);
+}
+
+/// `count` pixels, a multiple of the group; the rows may be the same.
+template <void (&convert)(PixelGroup&)> QLM_INLINE void ConvertRow(const uint8_t* from, uint8_t* to, int count) {
+    for (int i = 0; i < count * 3; i += Lanes * 3) {
+        PixelGroup v;
+        LoadGroup(from + i, v);
+        convert(v);
+        StoreGroup(to + i, v);
+    }
+}
+
+constexpr QLM_BlendParameters layerParameters{255, QLM_FullSaturationSpread.data()};
+
+template <class Formula> constexpr bool IsOfHSL = std::is_base_of_v<QLM_BlendHSL<Formula>, Formula>;
+
+/// What a formula of hue, lightness and saturation mixes the composite towards. Takes the weight of pixels that the
+/// formula leaves alone. `count` is a multiple of the block.
+template <class Formula>
+QLM_INLINE void FindTargets(const QLM_BlendRow& row, int count, uint8_t* weights, uint8_t* targets) {
+    QLM_ByteHSL own[RowPixels], source[RowPixels];
+    uint8_t* ownBytes = reinterpret_cast<uint8_t*>(own);
+    ConvertRow<ToHSL>(row.color, ownBytes, count);
+    if constexpr (Formula::takesHSL) {
+        ConvertRow<ToHSL>(row.layer, reinterpret_cast<uint8_t*>(source), count);
+        for (int i = 0; i < count; ++i) Formula::Change(own[i], source[i], layerParameters);
+    } else {
+        for (int i = 0; i < count; ++i)
+            if (!Formula::Change(own[i], row.layer + i * 3, layerParameters)) weights[i] = 0;
+    }
+    ConvertRow<ToRGB>(ownBytes, targets, count);
+}
 
 /// Each byte of a row three times. Reads and writes whole blocks.
 QLM_INLINE void Triple(const uint8_t* bytes, uint8_t* out, int count) {
@@ -164,33 +279,45 @@ QLM_INLINE bool WeighBlocks(uint8_t* alpha, const uint8_t* mask, int opacity, in
 }
 
 template <class Formula> void BlendPixels(const QLM_BlendRow& row, int first) {
-    const QLM_BlendParameters parameters{255, QLM_FullSaturationSpread.data()};
     for (int i = first; i < row.count; ++i) {
         const int a = QLM_Divide255(row.mask[i] * row.opacity);
         if (a == 0) continue;
         uint8_t out[3];
-        Formula::Apply(row.color + i * 3, row.layer + i * 3, a, parameters, out);
+        Formula::Apply(row.color + i * 3, row.layer + i * 3, a, layerParameters, out);
         memcpy(row.color + i * 3, out, 3);
         row.alpha[i] = QLM_RaiseMask(row.alpha[i], a);
     }
 }
 
+/// `count` is a multiple of the block.
+template <class Formula>
+QLM_INLINE void MixBlocks(uint8_t* color, const uint8_t* layer, const uint8_t* weights, int count) {
+    alignas(Block) uint8_t triples[RowPixels * 3];
+    Triple(weights, triples, count);
+    for (int i = 0; i < count * 3; i += Block) {
+        BytePair d, s, a;
+        Words target;
+        Load(color + i, d);
+        Load(layer + i, s);
+        Load(triples + i, a);
+        WideTarget<Formula>::Get(d.even, s.even, target);
+        Mix(d.even, target, a.even);
+        WideTarget<Formula>::Get(d.odd, s.odd, target);
+        Mix(d.odd, target, a.odd);
+        Store(color + i, d);
+    }
+}
+
 template <class Formula> QLM_INLINE void BlendBlocks(const QLM_BlendRow& row) {
     const int whole = row.count / Block * Block;
-    alignas(Block) uint8_t weights[RowPixels], triples[RowPixels * 3];
+    alignas(Block) uint8_t weights[RowPixels];
     if (WeighBlocks(row.alpha, row.mask, row.opacity, whole, weights)) {
-        Triple(weights, triples, whole);
-        for (int i = 0; i < whole * 3; i += Block) {
-            BytePair d, s, a;
-            Words target;
-            Load(row.color + i, d);
-            Load(row.layer + i, s);
-            Load(triples + i, a);
-            WideTarget<Formula>::Get(d.even, s.even, target);
-            Mix(d.even, target, a.even);
-            WideTarget<Formula>::Get(d.odd, s.odd, target);
-            Mix(d.odd, target, a.odd);
-            Store(row.color + i, d);
+        if constexpr (IsOfHSL<Formula>) {
+            uint8_t targets[RowPixels * 3];
+            FindTargets<Formula>(row, whole, weights, targets);
+            MixBlocks<QLM_Blend_Normal>(row.color, targets, weights, whole);
+        } else {
+            MixBlocks<Formula>(row.color, row.layer, weights, whole);
         }
     }
     BlendPixels<Formula>(row, whole);
@@ -200,11 +327,14 @@ template <class Formula> void BlendRowScalar(const QLM_BlendRow& row) { BlendPix
 template <class Formula> void BlendRowBaseline(const QLM_BlendRow& row) { BlendBlocks<Formula>(row); }
 template <class Formula> QLM_WIDE void BlendRowWide(const QLM_BlendRow& row) { BlendBlocks<Formula>(row); }
 
+template <class Formula> constexpr bool HasTarget = !std::is_base_of_v<NoTarget, WideTarget<Formula>>;
+
 template <class Formula> QLM_BlendRowFunction ChooseRow(QLM_RowKernel kernel) {
-    if constexpr (HasWideForm<Formula>) {
+    if constexpr (HasTarget<Formula> || IsOfHSL<Formula>)
         if (kernel == QLM_RowKernel::Wide) return BlendRowWide<Formula>;
+    // Without a shuffle of bytes, groups of pixels are slower than single ones.
+    if constexpr (HasTarget<Formula>)
         if (kernel == QLM_RowKernel::Baseline) return BlendRowBaseline<Formula>;
-    }
     return BlendRowScalar<Formula>;
 }
 
@@ -227,9 +357,8 @@ void FinishPixels(uint8_t* color, const uint8_t* alpha, const uint8_t* checker, 
 /// c x 255 / A, cut to 255, and 0 where A is 0. A float's quotient of such integers never rounds up to a whole one
 /// below 256, so its integer part is exact.
 QLM_INLINE void Straighten(Words& color, const Words& alpha) {
-    constexpr int Lanes = Block / 2;
-    using Floats = float __attribute__((vector_size(Lanes * sizeof(float))));
-    using Integers = int32_t __attribute__((vector_size(Lanes * sizeof(int32_t))));
+    using Floats = float __attribute__((vector_size(Block / 2 * sizeof(float))));
+    using Integers = int32_t __attribute__((vector_size(Block / 2 * sizeof(int32_t))));
     const Words empty = (Words)(alpha == 0);
     const Words dividend = color * 255, divisor = alpha | (empty & 1);
     const Floats quotient = __builtin_convertvector(__builtin_convertvector(dividend, Integers), Floats) /

@@ -22,8 +22,8 @@ enum class QLM_RowKernel { Scalar, Baseline, Wide };
 /// The best that this processor runs.
 QLM_RowKernel QLM_GetRowKernel();
 
-/// The kernel of a blend type, that of type 0 outside the table. Kernels that mix no channels have vector forms; for
-/// others every choice gives the scalar one.
+/// The kernel of a blend type, that of type 0 outside the table. Those that mix no channels have vector forms, those of
+/// hue, lightness and saturation a wide one; for others every choice gives the scalar one.
 QLM_BlendRowFunction QLM_GetBlendRow(int blendType, QLM_RowKernel kernel);
 
 /// Straightens premultiplied colour in place and, where `checker` (RGB by pixel) isn't null, lays it on the checker.

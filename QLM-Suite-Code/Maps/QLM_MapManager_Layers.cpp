@@ -77,6 +77,8 @@ bool QLM_MapManager::MergeVisibleImageLayers(bool ask, std::string& error) {
     QLM_MapLayer* merged = layerTree->AddLayer("Merged Layers");
     layerTree->MoveLayer(merged, position);
     for (QLM_MaterialMapSource* map : GetMaps()) {
+        // A map that wasn't shown yet may still lack what a faded base layer makes of it.
+        map->ResolveMapLayer(false);
         std::vector<QLM_MaterialMapSource::Member> members;
         for (const QLM_MaterialMapSource::Member& member : map->GetMembers())
             if (std::find(merging.begin(), merging.end(), member.layer) != merging.end()) members.push_back(member);

@@ -35,6 +35,14 @@ bool MayChange(const QLM_MapLayer* layer, std::string& error) {
     return false;
 }
 
+/// The map that an edit of the current layer changes; null where it holds nothing for that layer. What a map without
+/// members holds is the base layer's.
+QLM_MaterialMapSource* MapOfCurrentLayer(QLM_MapLayerGroup& layers, QLM_MaterialMapSource& map, bool createMember) {
+    QLM_MapLayer* layer = layers.GetCurrentLayer();
+    if (!map.HasLayerData() && layer && layer == layers.GetBaseLayer()) return &map;
+    return map.GetLayerData(layer, createMember);
+}
+
 /// Calls body(first sample, end) for stretches of the map's samples, on all threads.
 template <class Body> void ForSamples(QLM_MaterialMapSource& map, Body body) {
     uint8_t* block = map.GetPixels();
@@ -81,14 +89,14 @@ bool QLM_MapManager::EditImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps,
     std::string error;
     for (QLM_MaterialMapSource* map : maps) {
         QLM_CheckItem(map, "QLM_MapManager::EditImageMaps");
-        if (map->HasLayerData() && !MayChange(GetCurrentMapLayer(), error)) {
+        if (!MayChange(GetCurrentMapLayer(), error)) {
             QLM_OS::Get().PrintMessageText(error);
             return false;
         }
     }
     BeforeMapsChange();
     for (QLM_MaterialMapSource* map : maps) {
-        QLM_MaterialMapSource* target = map->HasLayerData() ? map->GetCurrentLayerData(createMember) : map;
+        QLM_MaterialMapSource* target = MapOfCurrentLayer(*layerTree, *map, createMember);
         if (!target || !target->HasPixels()) continue;
         OpenUndo(target);
         ThreadLockerScope scope(&target->GetLock());
@@ -149,7 +157,7 @@ bool QLM_MapManager::ExportMapFromCurrentLayer(QLM_MaterialMapSource* map, const
                                                std::string& error) {
     QLM_TRACE(1);
     QLM_CheckItem(map, "QLM_MapManager::ExportMapFromCurrentLayer");
-    QLM_MaterialMapSource* source = map->HasLayerData() ? map->GetCurrentLayerData(false) : map;
+    QLM_MaterialMapSource* source = MapOfCurrentLayer(*layerTree, *map, false);
     if (source) return source->SaveToFile(QLM_NativePath(path), error);
     error = QLM_FormatText("The map '%s' holds nothing for the layer '%s'", map->GetName(),
                            GetCurrentMapLayer()->GetName());

@@ -45,6 +45,34 @@ class TempFile {
     const std::string path;
 };
 
+/// Decoded rows straight into a map's pixels; the alpha of a picture is left out.
+class ColorSink : public QLM_ImageSink {
+  public:
+    explicit ColorSink(QLM_MaterialMapSource& mapIn) : map(mapIn) {}
+    bool Begin(uint32_t widthIn, uint32_t heightIn, int channelsIn) override {
+        width = widthIn, height = heightIn, channels = static_cast<uint32_t>(channelsIn);
+        map.SetDimensions(width, height, 3);
+        // Rows that a damaged picture doesn't hold.
+        map.ClearToByte(255);
+        pixels = map.GetPixels();
+        return pixels != nullptr;
+    }
+    void SetRow(uint32_t rowFromTop, const uint8_t* samples) override {
+        uint8_t* target = pixels + size_t(height - 1 - rowFromTop) * width * 3;
+        if (channels == 3) {
+            memcpy(target, samples, size_t(width) * 3);
+            return;
+        }
+        for (uint32_t x = 0; x < width; ++x, target += 3, samples += channels)
+            target[0] = samples[0], target[1] = samples[1], target[2] = samples[2];
+    }
+
+  private:
+    QLM_MaterialMapSource& map;
+    uint8_t* pixels = nullptr;
+    uint32_t width = 0, height = 0, channels = 3;
+};
+
 /// A block whose bytes lie in the file as they are.
 void WriteRawBlock(FILE* stream, const char* name, const void* data, size_t size) {
     const TStartTextFileBlock block(name, "", stream);
@@ -120,16 +148,17 @@ bool QLM_MaterialMapSource::ReadPixels(FILE* stream, bool isPNG) {
     }
     if (!QLM_ReadCompressedBlock(stream, bytes)) return false;
     const TempFile file("PNG");
-    QLM_LoadedImage image;
-    std::string error;
-    if (!file.Write(bytes) || !QLM_LoadImage(file.path, image, error)) {
+    const bool written = file.Write(bytes);
+    bytes = {};
+    ThreadLockerScope scope(&lock);
+    ColorSink rows(*this);
+    std::string notice, error;
+    if (!written || !QLM_LoadImageRows(file.path, rows, notice, error)) {
         QLM_Log("Cannot create a temporary file for the map.");
         return true;
     }
-    SetDimensions(image.width, image.height, 3);
-    memcpy(GetPixels(), image.color.data(), image.color.size());
     OnWholeMapChanged();
-    if (image.width > MaximumSide || image.height > MaximumSide) ResizeWithLayers(image.width, image.height);
+    if (width > MaximumSide || height > MaximumSide) ResizeWithLayers(width, height);
     return true;
 }
 

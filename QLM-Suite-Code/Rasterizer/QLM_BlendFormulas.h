@@ -150,12 +150,17 @@ template <QLM_ContrastChange change> struct QLM_Blend_Contrast : QLM_BlendFormul
 using QLM_Blend_ContrastUp = QLM_Blend_Contrast<QLM_ContrastChange::Up>;
 using QLM_Blend_ContrastDown = QLM_Blend_Contrast<QLM_ContrastChange::Down>;
 
-// Formulas in hue, lightness and saturation: Change(hsl, s, p) changes those of d; false leaves the pixel alone.
+// Formulas in hue, lightness and saturation: Change(hsl, s, p) changes those of d; false leaves the pixel alone. s is
+// the source's RGB or, where takesHSL tells, what that is as hue, lightness and saturation.
 
 template <class Formula> struct QLM_BlendHSL : QLM_BlendFormula<Formula> {
+    static constexpr bool takesHSL = false;
     static void Apply(const uint8_t* d, const uint8_t* s, int a, const QLM_BlendParameters& p, uint8_t* out) {
         QLM_ByteHSL hsl = QLM_RGBToHSL(d);
-        if (!Formula::Change(hsl, s, p)) a = 0;
+        bool isChanged;
+        if constexpr (Formula::takesHSL) isChanged = Formula::Change(hsl, QLM_RGBToHSL(s), p);
+        else isChanged = Formula::Change(hsl, s, p);
+        if (!isChanged) a = 0;
         uint8_t target[3];
         QLM_HSLToRGB(hsl, target);
         for (int i = 0; i < 3; ++i) out[i] = QLM_BlendMix(d[i], target[i], a);
@@ -180,16 +185,17 @@ using QLM_Blend_Highlight = QLM_Blend_NaturalContrast<QLM_ContrastChange::Up, QL
 using QLM_Blend_Shade = QLM_Blend_NaturalContrast<QLM_ContrastChange::Up, QLM_LightnessRule::Darker>;
 
 struct QLM_Blend_Color : QLM_BlendHSL<QLM_Blend_Color> {
-    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters&) {
-        const QLM_ByteHSL source = QLM_RGBToHSL(s);
-        hsl.hue = source.hue;
-        hsl.saturation = source.saturation;
+    static constexpr bool takesHSL = true;
+    static bool Change(QLM_ByteHSL& hsl, QLM_ByteHSL s, const QLM_BlendParameters&) {
+        hsl.hue = s.hue;
+        hsl.saturation = s.saturation;
         return true;
     }
 };
 struct QLM_Blend_Hue : QLM_BlendHSL<QLM_Blend_Hue> {
-    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters&) {
-        hsl.hue = QLM_RGBToHSL(s).hue;
+    static constexpr bool takesHSL = true;
+    static bool Change(QLM_ByteHSL& hsl, QLM_ByteHSL s, const QLM_BlendParameters&) {
+        hsl.hue = s.hue;
         return true;
     }
 };
@@ -205,15 +211,17 @@ using QLM_Blend_HueUp = QLM_Blend_HueShift<1>;
 using QLM_Blend_HueDown = QLM_Blend_HueShift<-1>;
 
 struct QLM_Blend_Lightness : QLM_BlendHSL<QLM_Blend_Lightness> {
-    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters&) {
+    static constexpr bool takesHSL = true;
+    static bool Change(QLM_ByteHSL& hsl, QLM_ByteHSL s, const QLM_BlendParameters&) {
         hsl.saturation = static_cast<uint8_t>(QLM_Divide255(hsl.saturation * LightnessSaturation()[hsl.lightness]));
-        hsl.lightness = QLM_RGBToHSL(s).lightness;
+        hsl.lightness = s.lightness;
         return true;
     }
 };
 struct QLM_Blend_Saturation : QLM_BlendHSL<QLM_Blend_Saturation> {
-    static bool Change(QLM_ByteHSL& hsl, const uint8_t* s, const QLM_BlendParameters& p) {
-        hsl.saturation = QLM_BlendMix(hsl.saturation, QLM_RGBToHSL(s).saturation, p.saturationSpread[hsl.saturation]);
+    static constexpr bool takesHSL = true;
+    static bool Change(QLM_ByteHSL& hsl, QLM_ByteHSL s, const QLM_BlendParameters& p) {
+        hsl.saturation = QLM_BlendMix(hsl.saturation, s.saturation, p.saturationSpread[hsl.saturation]);
         return true;
     }
 };
