@@ -7,6 +7,7 @@
 #include "Geometry/QLM_WeldSearch.h"
 
 #include <cmath>
+#include <limits>
 
 namespace {
 constexpr float smallestWeight = 1.1920929e-7f;
@@ -79,9 +80,11 @@ int QLM_WeldMeshContainer::JoinVertices(float threshold, bool openEdgesOnly, boo
         map[v] = map[target] == target ? target : v;
     }
     mesh->BuildVertexPolygons();
+    // Neither a huge box nor a huge part of it makes the tolerance infinite.
+    constexpr float largest = std::numeric_limits<float>::max();
     float side = 0.0f;
-    for (int k = 0; k < 3; ++k) side = std::max(side, mesh->BoundsMax[k] - mesh->BoundsMin[k]);
-    const float tolerance = threshold * side;
+    for (int k = 0; k < 3; ++k) side = std::max(side, std::min(mesh->BoundsMax[k] - mesh->BoundsMin[k], largest));
+    const float tolerance = std::min(threshold * side, largest);
     if (!(tolerance > 0.0f)) return 0;
 
     // List what may be joined, from the box's corner outwards.

@@ -21,7 +21,7 @@ QLM_WeldSearch::QLM_WeldSearch(const std::vector<QLM_WeldCandidate>& candidatesI
     : candidates(candidatesIn), tolerance(toleranceIn), cellSize(tolerancesPerCell * toleranceIn) {
     const size_t count = candidates.size();
     bucketMask = std::bit_ceil(static_cast<uint32_t>(std::max<size_t>(count, 1))) - 1;
-    joined.assign(count, 0);
+    removed.assign(count, 0);
     places.resize(count);
 
     // Sort the places into buckets, ascending in each.
@@ -39,7 +39,7 @@ QLM_WeldSearch::QLM_WeldSearch(const std::vector<QLM_WeldCandidate>& candidatesI
     bucketGroup.assign(static_cast<size_t>(bucketMask) + 1, mixedGroups);
 }
 
-int64_t QLM_WeldSearch::CellOf(float coordinate) const {
+int64_t QLM_WeldSearch::CellOf(double coordinate) const {
     // A tiny tolerance passes the range of an integer; the cells out there may as well be one.
     constexpr double limit = 4e18;
     return static_cast<int64_t>(std::clamp(std::floor(coordinate / cellSize), -limit, limit));
@@ -57,7 +57,7 @@ uint32_t QLM_WeldSearch::FindBucket(const int64_t* cell) const {
 const std::vector<int32_t>& QLM_WeldSearch::FindNear(int place) {
     found.clear();
     // Name the buckets of the cells that the sphere meets; two cells may share one.
-    const float reach = tolerance * 1.00001f; // rounding must not lose a cell
+    const double reach = tolerance * 1.00001; // rounding must not lose a cell
     const float* centre = candidates[place].position;
     int64_t low[3], high[3];
     for (int k = 0; k < 3; ++k) {
@@ -89,7 +89,7 @@ void QLM_WeldSearch::ScanBucket(uint32_t bucket, int place) {
     int32_t group = noGroup;
     for (int32_t i = kept; i < bucketEnd[bucket]; ++i) {
         const int32_t other = places[i];
-        if (other <= place || joined[other]) continue;
+        if (other <= place || removed[other]) continue;
         places[kept++] = other;
         const QLM_WeldCandidate& candidate = candidates[other];
         group = group == noGroup || group == candidate.group ? candidate.group : mixedGroups;
@@ -112,17 +112,21 @@ int QLM_JoinWeldCandidates(const QLM_Mesh& mesh, const std::vector<QLM_WeldCandi
         return false;
     };
     QLM_WeldSearch search(candidates, tolerance);
+    // A vertex without polygons is never joined. Among very many of them each search would meet all the others.
+    const int candidateCount = static_cast<int>(candidates.size());
+    for (int b = 0; b < candidateCount; ++b)
+        if (mesh.GetVertexPolygonCount(candidates[b].vertex) == 0) search.Remove(b);
     int count = 0;
-    for (int a = 0; a < static_cast<int>(candidates.size()); ++a) {
-        if (search.IsJoined(a)) continue;
+    for (int a = 0; a < candidateCount; ++a) {
         const int target = candidates[a].vertex;
+        if (map[target] != target) continue;
         for (const int32_t b : search.FindNear(a)) {
             const int v = candidates[b].vertex;
             const int32_t* row = mesh.VertexPolygons.GetRow(v);
             const bool refused = std::any_of(row + 1, row + 1 + row[0], [&](int p) { return holds(p, target); });
-            if (refused || row[0] == 0) continue;
+            if (refused) continue;
             map[v] = target;
-            search.MarkJoined(b);
+            search.Remove(b);
             ++count;
         }
     }

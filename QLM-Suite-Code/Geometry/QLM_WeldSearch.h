@@ -15,7 +15,7 @@ struct QLM_WeldCandidate {
 };
 
 /// Candidates in sort order, in a hash grid whose cells are a few tolerances wide. Whoever asks walks in sort order;
-/// what lies behind the walk or was joined leaves the cells as they are visited.
+/// what lies behind the walk or was removed leaves the cells as they are visited.
 class QLM_WeldSearch {
   public:
     /// `tolerance` above 0; `candidates` sorted.
@@ -23,13 +23,13 @@ class QLM_WeldSearch {
     /// Places of the later candidates nearer than the tolerance to the candidate at `place` and in another group,
     /// ascending. `place` never goes back. Valid until the next call.
     const std::vector<int32_t>& FindNear(int place);
-    void MarkJoined(int place) { joined[place] = 1; }
-    bool IsJoined(int place) const { return joined[place]; }
+    /// The candidate at `place` is found no more.
+    void Remove(int place) { removed[place] = 1; }
 
   private:
     uint32_t FindBucket(const int64_t* cell) const;
     void ScanBucket(uint32_t bucket, int place);
-    int64_t CellOf(float coordinate) const;
+    int64_t CellOf(double coordinate) const;
 
     const std::vector<QLM_WeldCandidate>& candidates;
     const float tolerance;
@@ -38,7 +38,7 @@ class QLM_WeldSearch {
     std::vector<int32_t> bucketStart, bucketEnd; ///< range of `places`
     std::vector<int32_t> bucketGroup;            ///< the one group of all that is left, unknown before the first visit
     std::vector<int32_t> places;
-    std::vector<uint8_t> joined;
+    std::vector<uint8_t> removed;
     std::vector<int32_t> found;
 };
 

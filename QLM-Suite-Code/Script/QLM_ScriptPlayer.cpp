@@ -74,7 +74,10 @@ bool RunTableStatement(QLM_ScriptState& state, const QLM_ScriptWords& words, std
     const size_t count = words.size() - 1;
     if (count < found->second.minimumWords || count > found->second.maximumWords) {
         error = "\"" + words[0] + "\" takes " + std::to_string(found->second.minimumWords) +
-                (found->second.maximumWords == found->second.minimumWords ? "" : " or more") + " words, not " +
+                (found->second.maximumWords == found->second.minimumWords
+                     ? ""
+                     : " to " + std::to_string(found->second.maximumWords)) +
+                " words, not " +
                 std::to_string(count);
         return false;
     }

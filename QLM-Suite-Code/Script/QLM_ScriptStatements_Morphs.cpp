@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr const char* noName = "a morph needs a name";
+
 QLM_MorphManager& Morphs() { return *QLM_GetManagers().GetMorphManager(); }
 
 /// Finds "NAME", "NAME#2" or "OBJECT/NAME"; null with a reason that lists what there is.
@@ -36,12 +38,14 @@ QLM_MorphUnion* FindUnion(const std::string& word, std::string& error) {
 
 void Highlight(const QLM_MorphUnion* morphUnion) { Morphs().GetTree()->SelectRow(morphUnion->GetID(), false, false); }
 
-bool Create(QLM_ScriptState&, const std::string& name, const std::string&, std::string&) {
-    return Morphs().CreateNewMorph(name) != nullptr;
+bool Create(QLM_ScriptState&, const std::string& name, const std::string&, std::string& error) {
+    if (name.empty()) error = noName;
+    return !name.empty() && Morphs().CreateNewMorph(name) != nullptr;
 }
 
-bool Spawn(QLM_ScriptState&, const std::string& name, const std::string&, std::string&) {
-    return Morphs().SpawnMorph(name) != nullptr;
+bool Spawn(QLM_ScriptState&, const std::string& name, const std::string&, std::string& error) {
+    if (name.empty()) error = noName;
+    return !name.empty() && Morphs().SpawnMorph(name) != nullptr;
 }
 
 bool Select(QLM_ScriptState&, const std::string& name, const std::string&, std::string& error) {
@@ -92,6 +96,10 @@ bool Load(QLM_ScriptState& state, const std::string& word, const std::string& fi
     QLM_Object* object = QLM_FindScriptObjectOf(word, name, error);
     if (!object) return false;
     QLM_Mesh* mesh = object->GetMesh();
+    if (!mesh || name.empty()) {
+        error = mesh ? noName : "the object has no mesh";
+        return false;
+    }
     const QLM_Owned<QLM_Mesh> target(new QLM_Mesh(nullptr));
     QLM_ObjReadOptions options;
     options.importMaps = false;

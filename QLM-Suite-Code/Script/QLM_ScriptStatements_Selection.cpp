@@ -75,6 +75,10 @@ bool SelectRange(const QLM_ScriptWords& words, std::string& error) {
     const int count = IsPolygonMode() ? mesh->GetPCount() : mesh->GetVCount();
     long long first = 0, last = 0;
     double weight = 1.0;
+    if (count == 0) {
+        error = IsPolygonMode() ? "the object has no polygons" : "the object has no vertices";
+        return false;
+    }
     if (!QLM_ParseInteger(words[2], 0, count - 1LL, first) || !QLM_ParseInteger(words[3], first, count - 1LL, last)) {
         error = "a range lies within 0 and " + std::to_string(count - 1) + ", the first number not above the last";
         return false;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 
 bool QLM_SplitScriptLine(const std::string& line, QLM_ScriptWords& words, std::string& error) {
     words.clear();
@@ -42,7 +43,7 @@ bool QLM_ParseNumber(const std::string& word, double& out) {
     if (word.empty() || word.front() == ' ') return false;
     char* end = nullptr;
     const double value = std::strtod(word.c_str(), &end);
-    if (*end != 0 || !std::isfinite(value)) return false;
+    if (*end != 0 || !(std::fabs(value) <= std::numeric_limits<float>::max())) return false;
     out = value;
     return true;
 }

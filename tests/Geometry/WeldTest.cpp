@@ -143,6 +143,20 @@ TEST(Weld, NeverCollapsesAPolygon) {
     EXPECT_EQ(MapOf(*mesh), (std::vector<int>{0, 1, 2, 0, 4, 5}));
 }
 
+// Welds that no search may drown in: very many points that can't be joined, and tolerances beyond every number.
+TEST(Weld, TakesCloudsOfPointsAndHugeTolerances) {
+    QLM_Mesh mesh(nullptr);
+    mesh.SetSizes(400000, 0, 1);
+    for (int v = 0; v < mesh.GetVCount(); ++v)
+        for (int k = 0; k < 3; ++k) mesh.Vertices[v][k] = static_cast<float>((v * (17 + 12 * k)) % 1009);
+    mesh.SetPolygonCornerCount(0, 3);
+    for (int i = 0; i < 3; ++i) mesh.SetPolygonVertex(0, i, 100 * i);
+    mesh.AfterRawBuild();
+    EXPECT_EQ(mesh.Weld(0.5f, false, false, false), 2); // the corner at 0 comes first and stays
+    mesh.Unweld();
+    EXPECT_EQ(mesh.Weld(std::numeric_limits<float>::infinity(), false, false, false), 2);
+}
+
 TEST(Weld, PermanentlyRewritesTheCorners) {
     MeshOwner mesh = MakeTornQuad();
     mesh->SetBool("isFixedAsset", true);
