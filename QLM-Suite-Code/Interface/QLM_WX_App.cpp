@@ -161,6 +161,7 @@ void App::ImportFiles(const std::vector<std::string>& paths) {
         engine->managers->GetIOManager()->ImportDroppedFile(path);
         os.SetBusy(false);
     }
+    os.PrintStatusText({}); // what was going on is over
     mainWindow->ShowFirstHint();
     wxWakeUpIdle();
 }

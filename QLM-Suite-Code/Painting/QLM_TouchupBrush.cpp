@@ -61,7 +61,8 @@ constexpr struct {
                   {"Natural Contrast Down", 36},
                   {"Shade", 37}};
 
-/// How far saturation modes spare pale pixels. The curve stands straight outside a stroke: nothing else may see it bent.
+/// How far saturation modes spare pale pixels. The curve stands straight outside a stroke: nothing else may see it
+/// bent.
 constexpr float HueSpread = 0.1f;
 bool UsesHueSpread(int mode) { return mode == 7 || mode == 12 || mode == 14; }
 
@@ -254,7 +255,8 @@ bool QLM_TouchupBrush::BuildPreview(QLM_Viewport* viewport, QLM_PictureBox& box,
     QLM_RenderState& render = viewport->r4s;
     const uint8_t *unlit = render.UnlitRenderedPixels.GetPixels(), *onModel = render.PolygonIDMask.GetPixels();
     if (!unlit || !onModel) return false;
-    const int width = static_cast<int>(BrushOverlay().GetWidth()), height = static_cast<int>(BrushOverlay().GetHeight());
+    const int width = static_cast<int>(BrushOverlay().GetWidth()),
+              height = static_cast<int>(BrushOverlay().GetHeight());
     QLM_ImageMap part;
     box = Workhorse().CopyChange(width, height, settings.mirrorX, settings.mirrorY, part);
     if (box.IsEmpty()) return false;

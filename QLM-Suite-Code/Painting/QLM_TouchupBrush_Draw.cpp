@@ -79,7 +79,8 @@ void QLM_TouchupBrush::DrawPreview(QLM_Viewport* viewport) {
     glEnable(GL_BLEND);
     glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
     glBegin(GL_QUADS);
-    for (const auto& [u, v] : {std::pair(left, bottom), std::pair(right, bottom), std::pair(right, top), std::pair(left, top)}) {
+    for (const auto& [u, v] :
+         {std::pair(left, bottom), std::pair(right, bottom), std::pair(right, top), std::pair(left, top)}) {
         glTexCoord2f(u, v);
         glVertex2f(u * width, v * height);
     }

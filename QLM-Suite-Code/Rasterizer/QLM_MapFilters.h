@@ -84,7 +84,8 @@ struct MapFilter_DoNothingB {
 struct MapFilter_Alpha_Linear_Clamp_ZeroOutOfRangeB {
     static constexpr bool samples = true;
     /// Inlined by force: with a shader for every paint mode the compiler would make it a call a texel.
-    [[gnu::always_inline]] static inline uint8_t SampleAt(const uint8_t* pixels, int32_t width, int32_t height, float x, float y) {
+    [[gnu::always_inline]] static inline uint8_t SampleAt(const uint8_t* pixels, int32_t width, int32_t height,
+                                                          float x, float y) {
         if (!(x >= 0.0f && y >= 0.0f && x <= static_cast<float>(width) && y <= static_cast<float>(height)) ||
             width <= 0 || height <= 0)
             return 0;

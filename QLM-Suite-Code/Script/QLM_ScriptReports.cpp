@@ -215,8 +215,8 @@ bool Report(QLM_ScriptState& state, const QLM_ScriptWords& words, std::string& e
             .Integer("peak_bytes", StatusBytes("VmHWM:"))
             .Integer("parked_bytes", static_cast<long long>(QLM_VirtualMemory_StoredBytes()));
     else {
-        error = "report takes objects, mesh NAME, maps, layers, materials, morphs, groups, tools, viewports, commands or "
-                "memory, not \"" + what + "\"";
+        error = "report takes objects, mesh NAME, maps, layers, materials, morphs, groups, tools, viewports, commands "
+                "or memory, not \"" + what + "\"";
         return false;
     }
     return true;

@@ -188,7 +188,8 @@ QLM_Material* QLM_FindScriptMaterial(const std::string& word, std::string& error
     for (const std::string& wanted : {whole, name}) {
         int left = wanted == whole ? 1 : occurrence;
         known.clear();
-        for (auto objects = QLM_GetManagers().GetObjectManager()->GetObjects(false); !objects.IsEmpty(); objects.Pop()) {
+        for (auto objects = QLM_GetManagers().GetObjectManager()->GetObjects(false); !objects.IsEmpty();
+             objects.Pop()) {
             QLM_Mesh* mesh = !owner || owner == objects.front() ? objects->GetMesh() : nullptr;
             if (!mesh) continue;
             for (QLM_Material* material : mesh->GetMaterials()) {

@@ -82,7 +82,9 @@ void QLM_ZoomView::OnDraw(QLM_Viewport* viewport) {
     if (!QLM_GL_IsAvailable() || !active || QLM_GetEngine()->continuousZoom ||
         viewport->index != QLM_GetManagers().GetViewportManager()->mouseViewport)
         return;
-    const auto toPixels = [](float v, int size) { return std::floor((v + 1.0f) * 0.5f * static_cast<float>(size)) + 0.5f; };
+    const auto toPixels = [](float v, int size) {
+        return std::floor((v + 1.0f) * 0.5f * static_cast<float>(size)) + 0.5f;
+    };
     const float x0 = toPixels(StartX, viewport->width), x1 = toPixels(CurrentX, viewport->width),
                 y0 = toPixels(StartY, viewport->height), y1 = toPixels(CurrentY, viewport->height);
     for (const auto& [lineWidth, grey] : {std::pair(3.0f, 0.0f), std::pair(1.0f, 1.0f)}) {

@@ -389,7 +389,10 @@ def spot_rests(display):
         return
     program = Program(display, SPOT)
     try:
-        rests(program.open())
+        program.window = program.find(TITLE)
+        confirm(program, "y")  # its texture coordinates reach beyond the map: wrap them
+        wait_until("the model", lambda: len(model_pixels(program, program.park())) > 2000)
+        rests(program)
         check(close(program) == 0, program.stderr())
     finally:
         program.kill()
