@@ -22,32 +22,41 @@ uint32_t CellOf(float uv) {
     return cell >= QLM_MaterialMapSource::GridSize ? QLM_MaterialMapSource::GridSize - 1 : static_cast<uint32_t>(cell);
 }
 
-/// Holds the locks of maps whose pointers are in use, so that nothing evicts them.
+/// Holds the locks of the visible members, and of another source, whose pointers are in use, so that nothing evicts
+/// them. Sources go in the order of their addresses, as that of the layers changes, each before its mask.
 class HeldMaps {
   public:
-    HeldMaps() = default;
+    explicit HeldMaps(const std::vector<QLM_MaterialMapSource::Member>& members,
+                      QLM_MaterialMapSource* other = nullptr) {
+        if (other) sources.push_back(other);
+        for (const QLM_MaterialMapSource::Member& member : members)
+            if (!member.layer->IsHidden()) sources.push_back(member.map);
+        std::sort(sources.begin(), sources.end(), std::less<>());
+        for (QLM_MaterialMapSource* source : sources) {
+            source->GetLock().Lock();
+            source->Mask.GetLock().Lock();
+        }
+    }
     HeldMaps(const HeldMaps&) = delete;
     HeldMaps& operator=(const HeldMaps&) = delete;
     ~HeldMaps() {
-        for (ThreadLocker* lock : locks) lock->Unlock();
-    }
-    uint8_t* Hold(QLM_ImageMap& map) {
-        map.GetLock().Lock();
-        locks.push_back(&map.GetLock());
-        return map.GetPixels();
+        for (QLM_MaterialMapSource* source : sources) {
+            source->Mask.GetLock().Unlock();
+            source->GetLock().Unlock();
+        }
     }
 
   private:
-    std::vector<ThreadLocker*> locks;
+    std::vector<QLM_MaterialMapSource*> sources;
 };
 
-/// The visible members as the resolve reads them.
-std::vector<QLM_ResolveLayer> MakeStack(const std::vector<QLM_MaterialMapSource::Member>& members, HeldMaps& held) {
+/// The visible members as the resolve reads them; their locks are held.
+std::vector<QLM_ResolveLayer> MakeStack(const std::vector<QLM_MaterialMapSource::Member>& members) {
     std::vector<QLM_ResolveLayer> stack;
     for (const QLM_MaterialMapSource::Member& member : members) {
         if (member.layer->IsHidden()) continue;
-        stack.push_back({held.Hold(*member.map), held.Hold(member.map->Mask), QLM_FloatToByte(member.layer->Strength),
-                         member.layer->BlendType});
+        stack.push_back({member.map->GetPixels(), member.map->Mask.GetPixels(),
+                         QLM_FloatToByte(member.layer->Strength), member.layer->BlendType});
     }
     return stack;
 }
@@ -269,10 +278,11 @@ void QLM_MaterialMapSource::ResolveMapLayer(bool noChecker) {
     uint8_t checker[6] = {};
     if (const QLM_Engine* engine = QLM_GetEngine())
         for (int i = 0; i < 6; ++i) checker[i] = QLM_FloatToByte(engine->displayColors[i]);
-    HeldMaps held;
-    const std::vector<QLM_ResolveLayer> stack = MakeStack(members, held);
+    const HeldMaps held(members);
+    ThreadLockerScope maskScope(&Mask.GetLock());
+    const std::vector<QLM_ResolveLayer> stack = MakeStack(members);
     TakeDirtyRuns(runs);
-    QLM_ResolveRuns({GetPixels(), held.Hold(Mask), width, height, noChecker ? nullptr : checker}, stack, runs);
+    QLM_ResolveRuns({GetPixels(), Mask.GetPixels(), width, height, noChecker ? nullptr : checker}, stack, runs);
     if (noChecker) MarkAllCellsDirty();
 }
 
@@ -281,12 +291,12 @@ void QLM_MaterialMapSource::ComposeInto(QLM_MaterialMapSource& target, const std
     ThreadLockerScope scope(&lock);
     AlignMembers(members);
     target.ProvideMask();
-    HeldMaps held;
-    const std::vector<QLM_ResolveLayer> stack = MakeStack(members, held);
+    const HeldMaps held(members, &target);
+    const std::vector<QLM_ResolveLayer> stack = MakeStack(members);
     std::vector<QLM_ResolveRun> runs;
     constexpr uint32_t RowsOfRun = 64;
     for (uint32_t y = 0; y < height; y += RowsOfRun) runs.push_back({0, y, width, std::min(height, y + RowsOfRun)});
-    QLM_ResolveRuns({held.Hold(target), held.Hold(target.Mask), width, height, nullptr}, stack, runs);
+    QLM_ResolveRuns({target.GetPixels(), target.Mask.GetPixels(), width, height, nullptr}, stack, runs);
     target.OnWholeMapChanged();
 }
 
