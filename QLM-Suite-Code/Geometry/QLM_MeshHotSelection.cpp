@@ -60,6 +60,25 @@ float Choose(QLM_MeshHotSelectionContainer::SoftenMode mode, float old, float fr
     if (mode == Mode::RaiseOnly) return std::max(old, fresh);
     return mode == Mode::LowerOnly ? std::min(old, fresh) : fresh;
 }
+/// Gives every usable element what `soften` makes of the weights as they are; with `preserveMax` scaled so that the
+/// greatest weight stays as it was.
+template <class Usable, class Soften>
+void SoftenAll(QLM_VertexMap1D& weights, bool preserveMax, Usable usable, Soften soften) {
+    const int count = static_cast<int>(weights.GetCount());
+    QLM_VertexMap1D fresh;
+    fresh.CopyFrom(weights);
+    const float newMax = GreatestOf(count, "Selection_Soften_ThreadFunc", [&](int i) {
+        if (!usable(i)) return 0.0f;
+        *fresh[i] = soften(i);
+        return *fresh[i];
+    });
+    const float oldMax = GreatestOf(count, "Selection_OldGreatest_ThreadFunc",
+                                    [&](int i) { return usable(i) ? *weights[i] : 0.0f; });
+    const float scale = preserveMax && newMax > epsilon ? oldMax / newMax : 1.0f;
+    ForEach(count, "Selection_ScaleSoftened_ThreadFunc", [&](int i) {
+        if (usable(i)) *weights[i] = ClampWeight(scale * *fresh[i]);
+    });
+}
 } // namespace
 
 // Sizes and single weights.
@@ -321,8 +340,6 @@ void QLM_MeshHotSelectionContainer::Soften(bool preserveMax, SoftenMode mode, fl
 void QLM_MeshHotSelectionContainer::SoftenVertices(bool preserveMax, SoftenMode mode) {
     const QLM_PolygonView view = mesh->GetPolygonView();
     const float* old = VertexWeights.GetData();
-    QLM_VertexMap1D fresh;
-    fresh.CopyFrom(VertexWeights);
     const auto soften = [&](int v) {
         double sum = 0.0;
         int count = 0;
@@ -342,24 +359,12 @@ void QLM_MeshHotSelectionContainer::SoftenVertices(bool preserveMax, SoftenMode 
         }
         return count > 0 ? Choose(mode, old[v], static_cast<float>(sum / count)) : old[v];
     };
-    const float newMax = GreatestOf(mesh->GetVCount(), "Selection_SoftenVertices_ThreadFunc", [&](int v) {
-        if (!IsUsableVertex(v)) return 0.0f;
-        *fresh[v] = soften(v);
-        return *fresh[v];
-    });
-    const float oldMax = GreatestOf(mesh->GetVCount(), "Selection_OldGreatest_ThreadFunc",
-                                    [&](int v) { return IsUsableVertex(v) ? old[v] : 0.0f; });
-    const float scale = preserveMax && newMax > epsilon ? oldMax / newMax : 1.0f;
-    ForEach(mesh->GetVCount(), "Selection_ScaleVertices_ThreadFunc", [&](int v) {
-        if (IsUsableVertex(v)) *VertexWeights[v] = ClampWeight(scale * *fresh[v]);
-    });
+    SoftenAll(VertexWeights, preserveMax, [this](int i) { return IsUsableVertex(i); }, soften);
 }
 
 void QLM_MeshHotSelectionContainer::SoftenPolygons(bool preserveMax, SoftenMode mode, float strength) {
     const QLM_PolygonView view = mesh->GetPolygonView();
     const float* old = PolygonWeights.GetData();
-    QLM_VertexMap1D fresh;
-    fresh.CopyFrom(PolygonWeights);
     const auto soften = [&](int p) {
         double sum = 0.0;
         int count = 0;
@@ -380,15 +385,5 @@ void QLM_MeshHotSelectionContainer::SoftenPolygons(bool preserveMax, SoftenMode 
         const float blended = (static_cast<float>(sum / count) - old[p]) * strength + old[p];
         return ClampWeight(Choose(mode, old[p], blended));
     };
-    const float newMax = GreatestOf(mesh->GetPCount(), "Selection_SoftenPolygons_ThreadFunc", [&](int p) {
-        if (!IsUsablePolygon(p)) return 0.0f;
-        *fresh[p] = soften(p);
-        return *fresh[p];
-    });
-    const float oldMax = GreatestOf(mesh->GetPCount(), "Selection_OldGreatest_ThreadFunc",
-                                    [&](int p) { return IsUsablePolygon(p) ? old[p] : 0.0f; });
-    const float scale = preserveMax && newMax > epsilon ? oldMax / newMax : 1.0f;
-    ForEach(mesh->GetPCount(), "Selection_ScalePolygons_ThreadFunc", [&](int p) {
-        if (IsUsablePolygon(p)) *PolygonWeights[p] = ClampWeight(scale * *fresh[p]);
-    });
+    SoftenAll(PolygonWeights, preserveMax, [this](int i) { return IsUsablePolygon(i); }, soften);
 }
