@@ -1,5 +1,6 @@
 #include "App/QLM_CompositionRoot.h"
 
+#include "App/QLM_Recovery.h"
 #include "Commands/QLM_Commands.h"
 #include "Core/Logging/QLM_Logger.h"
 #include "Core/OS/QLM_ModuleHooks.h"
@@ -19,6 +20,7 @@
 #include "Geometry/QLM_VertexWeightManager.h"
 #include "Images/QLM_GL_Textures.h"
 #include "Images/QLM_ImageLoader.h"
+#include "Interface/QLM_WX_Start.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_Material.h"
 #include "Maps/QLM_MaterialManager.h"
@@ -183,4 +185,17 @@ void QLM_StopProgram() {
     QLM_GL_FreeTextures();
     QLM_FreeMathLookupTables();
     QLM_EndLogging();
+}
+
+void QLM_ConnectWindow(QLM_StartOptions& start, QLM_WindowOptions& window) {
+    window.startLogging = [&start] { QLM_StartLogging(start); };
+    window.startCoreModules = [&start](std::string& error) { return QLM_StartCoreModules(start, error); };
+    window.startModules = [&start](const QLM_ShellCallbacks& shell, std::string& error) {
+        start.shell = shell;
+        start.shell.beforeShutDown = QLM_StopStateDumpThread;
+        return QLM_StartModules(start, error);
+    };
+    window.startStateDumpThread = QLM_StartStateDumpThread;
+    window.requestStateDump = QLM_RequestStateDump;
+    window.stopProgram = QLM_StopProgram;
 }

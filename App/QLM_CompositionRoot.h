@@ -5,6 +5,8 @@
 
 #include <string>
 
+struct QLM_WindowOptions;
+
 struct QLM_StartOptions {
     std::string logFolder;       ///< where the log goes; empty: the documents directory
     std::string applicationDirectory; ///< empty: found from the executable's real path
@@ -23,6 +25,8 @@ void QLM_StartLogging(const QLM_StartOptions& options);
 bool QLM_StartCoreModules(const QLM_StartOptions& options, std::string& error);
 /// Modules and the engine, which isn't ready to execute yet; false with the message to show. The log is ended then.
 bool QLM_StartModules(const QLM_StartOptions& options, std::string& error);
+/// Gives the window's start these steps, the state dump thread and the end. `start` outlives the window.
+void QLM_ConnectWindow(QLM_StartOptions& start, QLM_WindowOptions& window);
 /// Takes the lock that tells other instances of this user that one runs, and keeps it to the end of the process. False
 /// when another one has it. It lies in $XDG_RUNTIME_DIR, else in /tmp.
 bool QLM_TakeInstanceLock();

@@ -104,22 +104,13 @@ int RunWindow(const char* programName, Arguments& arguments) {
     window.script = arguments.script;
     window.outFolder = arguments.out;
     window.verbose = arguments.verbose;
-    window.startLogging = [&start] { QLM_StartLogging(start); };
-    window.startCoreModules = [&start](std::string& error) { return QLM_StartCoreModules(start, error); };
-    window.startModules = [&start](const QLM_ShellCallbacks& shell, std::string& error) {
-        start.shell = shell;
-        start.shell.beforeShutDown = QLM_StopStateDumpThread;
-        return QLM_StartModules(start, error);
-    };
-    window.startStateDumpThread = QLM_StartStateDumpThread;
-    window.requestStateDump = QLM_RequestStateDump;
+    QLM_ConnectWindow(start, window);
     window.startFailureRoad = [&arguments] {
         QLM_SetFailureHook(QLM_TryToSaveAfterException);
         QLM_InstallTerminationHandler();
         if (arguments.logLevelGiven) QLM_SetLoggingLevel(arguments.logLevel);
         else QLM_SetLoggingLevelToLoaded();
     };
-    window.stopProgram = QLM_StopProgram;
     return QLM_RunWindow(programName, std::move(window));
 }
 

@@ -46,16 +46,7 @@ int main(int, char** argv) {
     start.applicationDirectory = QLM_BINARY_DIR "/";
     start.useUserSettings = false;
     QLM_WindowOptions window;
-    window.startLogging = [&start] { QLM_StartLogging(start); };
-    window.startCoreModules = [&start](std::string& error) { return QLM_StartCoreModules(start, error); };
-    window.startModules = [&start](const QLM_ShellCallbacks& shell, std::string& error) {
-        start.shell = shell;
-        start.shell.beforeShutDown = QLM_StopStateDumpThread;
-        return QLM_StartModules(start, error);
-    };
-    window.startStateDumpThread = QLM_StartStateDumpThread;
-    window.requestStateDump = QLM_RequestStateDump;
-    window.stopProgram = QLM_StopProgram;
+    QLM_ConnectWindow(start, window);
     window.startFailureRoad = [] {
         QLM_SetFailureHook(QLM_TryToSaveAfterException);
         QLM_InstallTerminationHandler();
