@@ -7,6 +7,7 @@
 
 /// Four floats that are computed with as one; a lane gets what a scalar would.
 typedef float QLM_Lanes __attribute__((vector_size(16)));
+/// Four integers; what a comparison of lanes gives: -1 for true.
 typedef int32_t QLM_IntLanes __attribute__((vector_size(16)));
 
 namespace QLM_Filter {
@@ -80,17 +81,44 @@ struct MapFilter_DoNothingB {
     static constexpr bool samples = false;
     static void Sample(const uint8_t*, int32_t, int32_t, float, float, uint8_t*) {}
 };
-/// Bilinear on a plane of bytes at a position in its pixels; 0 outside the plane.
+/// Bilinear on a plane of bytes at four positions in its pixels; 0 outside the plane.
 struct MapFilter_Alpha_Linear_Clamp_ZeroOutOfRangeB {
     static constexpr bool samples = true;
-    /// Inlined by force: with a shader for every paint mode the compiler would make it a call a texel.
-    [[gnu::always_inline]] static inline uint8_t SampleAt(const uint8_t* pixels, int32_t width, int32_t height,
-                                                          float x, float y) {
-        if (!(x >= 0.0f && y >= 0.0f && x <= static_cast<float>(width) && y <= static_cast<float>(height)) ||
-            width <= 0 || height <= 0)
-            return 0;
-        uint8_t out;
-        QLM_Filter::Bilinear<1>(pixels, width, QLM_Filter::ClampTap(x, width), QLM_Filter::ClampTap(y, height), &out);
-        return out;
+    static QLM_IntLanes SampleAt(const uint8_t* pixels, int32_t width, int32_t height, QLM_Lanes x, QLM_Lanes y) {
+        if (width <= 0 || height <= 0) return QLM_IntLanes{};
+        const QLM_Lanes zero{};
+        const QLM_IntLanes inside =
+            (x >= zero) & (y >= zero) & (x <= zero + static_cast<float>(width)) & (y <= zero + static_cast<float>(height));
+        const Taps column(inside ? x : zero, width), row(inside ? y : zero, height);
+        QLM_IntLanes a{}, b{}, c{}, d{};
+        for (int i = 0; i < 4; ++i) {
+            const uint8_t* low = pixels + static_cast<int64_t>(row.low[i]) * width;
+            const uint8_t* high = pixels + static_cast<int64_t>(row.high[i]) * width;
+            a[i] = low[column.low[i]];
+            b[i] = low[column.high[i]];
+            c[i] = high[column.low[i]];
+            d[i] = high[column.high[i]];
+        }
+        const QLM_Lanes bottom = Mix(a, b, column.t), top = Mix(c, d, column.t);
+        return __builtin_convertvector(bottom + (top - bottom) * row.t, QLM_IntLanes) & inside;
+    }
+
+  private:
+    /// QLM_Filter::ClampTap of four positions.
+    struct Taps {
+        Taps(QLM_Lanes position, int32_t size) {
+            const QLM_Lanes zero{}, last = zero + static_cast<float>(size - 1), p = position - 0.5f;
+            const QLM_Lanes clamped = p < zero ? zero : last < p ? last : p;
+            low = __builtin_convertvector(clamped, QLM_IntLanes);
+            const QLM_IntLanes end = QLM_IntLanes{} + (size - 1);
+            high = low < end ? low + 1 : end;
+            t = clamped - __builtin_convertvector(low, QLM_Lanes);
+        }
+        QLM_IntLanes low, high;
+        QLM_Lanes t;
+    };
+    static QLM_Lanes Mix(QLM_IntLanes from, QLM_IntLanes to, QLM_Lanes t) {
+        const QLM_Lanes start = __builtin_convertvector(from, QLM_Lanes);
+        return start + (__builtin_convertvector(to, QLM_Lanes) - start) * t;
     }
 };

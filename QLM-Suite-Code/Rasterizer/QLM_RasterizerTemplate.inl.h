@@ -8,6 +8,7 @@
 #include "Rasterizer/QLM_RasterizeOptions.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <type_traits>
@@ -78,6 +79,18 @@ class QLM_TriangleSetup {
         const float b0 = 1.0f - b1 - b2;
         return b0 >= -Tolerance && b1 >= -Tolerance && b2 >= -Tolerance && b0 <= 1.0f + Tolerance &&
                b1 <= 1.0f + Tolerance && b2 <= 1.0f + Tolerance;
+    }
+
+    /// The same for pixels x to x + 3 of a row: a bit for each inside, the lowest for x.
+    int At(int x, int y, QLM_Lanes& b1, QLM_Lanes& b2) const {
+        const QLM_Lanes dx = __builtin_convertvector(QLM_IntLanes{x, x + 1, x + 2, x + 3}, QLM_Lanes) - px[0];
+        const float dy = static_cast<float>(y) - py[0];
+        b1 = dx * b1x + dy * b1y;
+        b2 = dx * b2x + dy * b2y;
+        const QLM_Lanes b0 = 1.0f - b1 - b2, lowest = QLM_Lanes{} - Tolerance, highest = QLM_Lanes{} + (1.0f + Tolerance);
+        const QLM_IntLanes inside = (b0 >= lowest) & (b1 >= lowest) & (b2 >= lowest) & (b0 <= highest) &
+                                    (b1 <= highest) & (b2 <= highest) & QLM_IntLanes{1, 2, 4, 8};
+        return inside[0] | inside[1] | inside[2] | inside[3];
     }
 
     /// Narrows [first, last] to where the row can be inside, with a pixel to spare on each side.
@@ -165,22 +178,14 @@ struct QLM_PaintTriangle {
           overlayHeight(static_cast<int32_t>(o.overlayHeight)), source(o.sourcePixels),
           sourceWidth(static_cast<int32_t>(o.sourceWidth)), sourceHeight(static_cast<int32_t>(o.sourceHeight)),
           brushStrength(o.strength), blend{QLM_FloatToByte(o.strength), SaturationSpread()},
-          strength(o.vertex[0].strength), strength1(o.vertex[1].strength - strength),
-          strength2(o.vertex[2].strength - strength) {
+          overlayX(o, &QLM_RasterizeVertex::overlayX), overlayY(o, &QLM_RasterizeVertex::overlayY),
+          sourceU(o, &QLM_RasterizeVertex::u), sourceV(o, &QLM_RasterizeVertex::v),
+          strength(o, &QLM_RasterizeVertex::strength) {
         std::copy(o.colorBytes, o.colorBytes + 4, color);
-        QLM_Lanes corner[3];
-        for (int i = 0; i < 3; ++i) {
-            const QLM_RasterizeVertex& v = o.vertex[i];
-            corner[i] = QLM_Lanes{v.overlayX, v.overlayY, v.u, v.v};
-        }
-        base = corner[0];
-        along1 = corner[1] - corner[0];
-        along2 = corner[2] - corner[0];
     }
-    /// Overlay x and y, source u and v at a pixel.
-    QLM_Lanes At(float b1, float b2) const { return base + b1 * along1 + b2 * along2; }
-    float StrengthAt(float b1, float b2) const {
-        return std::clamp(strength + b1 * strength1 + b2 * strength2, 0.0f, 1.0f);
+    QLM_Lanes StrengthAt(QLM_Lanes b1, QLM_Lanes b2) const {
+        const QLM_Lanes zero{}, one = zero + 1.0f, s = strength.At(b1, b2);
+        return s < zero ? zero : one < s ? one : s;
     }
 
     uint8_t* target;
@@ -195,9 +200,17 @@ struct QLM_PaintTriangle {
     float brushStrength;
     QLM_BlendParameters blend;
 
+    /// A corner value over the triangle.
+    struct Plane {
+        Plane(const QLM_RasterizeOptions& o, float QLM_RasterizeVertex::* value)
+            : base(o.vertex[0].*value), along1(o.vertex[1].*value - base), along2(o.vertex[2].*value - base) {}
+        template <class Float> Float At(Float b1, Float b2) const { return base + b1 * along1 + b2 * along2; }
+        float base, along1, along2;
+    };
+    Plane overlayX, overlayY, sourceU, sourceV;
+
   private:
-    float strength, strength1, strength2;
-    QLM_Lanes base, along1, along2;
+    Plane strength;
 };
 
 /// And for a pass that only marks.
@@ -228,7 +241,7 @@ class QLM_RasterizerTemplateF : public Shader {
         (Flags & eRaster_DepthTest) != 0, QLM_ScreenTriangle,
         std::conditional_t<(Flags & eRaster_VertexStrength) != 0, QLM_PaintTriangle, QLM_GreyTriangle>>;
 
-    /// Pixels inside; true when one was written.
+    /// Pixels inside, four at a time; true when one was written.
     static bool Scan(const QLM_RasterizeOptions& o, const QLM_TriangleSetup& setup) {
         const Triangle triangle(o);
         const int64_t width = o.targetWidth;
@@ -236,15 +249,21 @@ class QLM_RasterizerTemplateF : public Shader {
         for (int y = setup.y0; y <= setup.y1; ++y) {
             int first = setup.x0, last = setup.x1;
             setup.ClipRow(y, first, last);
-            bool wasInside = false;
-            for (int x = first; x <= last; ++x) {
-                float b1, b2;
-                if (setup.At(x, y, b1, b2)) {
-                    wasInside = true;
-                    written |= Draw(triangle, y * width + x, b1, b2);
-                } else if (wasInside) {
-                    break;
+            // The row ends with the first pixel outside after one inside.
+            bool wasInside = false, isOver = false;
+            for (int x = first; x <= last && !isOver; x += 4) {
+                QLM_Lanes b1, b2;
+                int bits = setup.At(x, y, b1, b2) & LaneBits(last - x + 1);
+                if (bits == 0) {
+                    isOver = wasInside;
+                    continue;
                 }
+                const int begin = wasInside ? 0 : std::countr_zero(static_cast<unsigned>(bits));
+                const int end = begin + std::countr_one(static_cast<unsigned>(bits) >> begin);
+                bits &= LaneBits(end);
+                wasInside = true;
+                isOver = end < 4;
+                if (end > 0) written |= Draw(triangle, y * width + x, bits, b1, b2);
             }
         }
         return written;
@@ -259,17 +278,31 @@ class QLM_RasterizerTemplateF : public Shader {
         const int64_t width = o.targetWidth;
         bool written = false;
         for (int y = setup.y0; y <= setup.y1; ++y)
-            for (int x = setup.x0; x <= setup.x1; ++x) {
-                float b1, b2;
+            for (int x = setup.x0; x <= setup.x1; x += 4) {
+                QLM_Lanes b1, b2;
                 const int64_t pixel = y * width + x;
-                if (!setup.At(x, y, b1, b2) && ((overdraw && overdraw[pixel] == 255) || owners[pixel] != owner))
-                    continue;
-                written |= Draw(triangle, pixel, b1, b2);
+                int bits = setup.At(x, y, b1, b2);
+                for (int i = 0; i < 4 && x + i <= setup.x1; ++i)
+                    if (owners[pixel + i] == owner && !(overdraw && overdraw[pixel + i] == 255)) bits |= 1 << i;
+                bits &= LaneBits(setup.x1 - x + 1);
+                if (bits) written |= Draw(triangle, pixel, bits, b1, b2);
             }
         return written;
     }
 
-    static bool Draw(const QLM_ScreenTriangle& t, int64_t pixel, float b1, float b2) {
+    /// The lowest `count` of four bits.
+    static int LaneBits(int count) { return count < 4 ? (1 << count) - 1 : 15; }
+
+    /// The pixels of a row that have a bit; true when one was written.
+    template <class OneTriangle>
+    static bool Draw(const OneTriangle& t, int64_t pixel, int bits, const QLM_Lanes& b1, const QLM_Lanes& b2) {
+        bool written = false;
+        for (int i = 0; i < 4; ++i)
+            if (bits >> i & 1) written |= DrawOne(t, pixel + i, b1[i], b2[i]);
+        return written;
+    }
+
+    static bool DrawOne(const QLM_ScreenTriangle& t, int64_t pixel, float b1, float b2) {
         const QLM_Lanes values = t.At(b1, b2);
         const float depth = values[0], stored = t.depth[pixel];
         if (!(depth > stored || (depth == stored && t.owner <= t.owners[pixel]))) return false;
@@ -284,24 +317,31 @@ class QLM_RasterizerTemplateF : public Shader {
         return true;
     }
 
-    static bool Draw(const QLM_PaintTriangle& t, int64_t pixel, float b1, float b2) {
-        const QLM_Lanes values = t.At(b1, b2);
-        const uint8_t overlay = AlphaFilter::SampleAt(t.overlay, t.overlayWidth, t.overlayHeight, values[0], values[1]);
-        if (overlay == 0) return false;
-        float a = t.StrengthAt(b1, b2) * ByteToFloat[overlay] * t.brushStrength;
-        if (a < 1.1920929e-7f) return false;
-        Sample color[4] = {t.color[0], t.color[1], t.color[2], t.color[3]};
-        if (t.source) {
-            ColorFilter::Sample(t.source, t.sourceWidth, t.sourceHeight, values[2], values[3], color);
-            a *= ByteToFloat[color[3]];
+    static bool Draw(const QLM_PaintTriangle& t, int64_t pixel, int bits, const QLM_Lanes& b1, const QLM_Lanes& b2) {
+        const QLM_IntLanes overlay = AlphaFilter::SampleAt(t.overlay, t.overlayWidth, t.overlayHeight,
+                                                           t.overlayX.At(b1, b2), t.overlayY.At(b1, b2));
+        const QLM_Lanes fraction = {ByteToFloat[overlay[0]], ByteToFloat[overlay[1]], ByteToFloat[overlay[2]],
+                                    ByteToFloat[overlay[3]]};
+        const QLM_Lanes strength = t.StrengthAt(b1, b2) * fraction * t.brushStrength;
+        bool written = false;
+        for (int i = 0; i < 4; ++i) {
+            float a = strength[i];
+            if (!(bits >> i & 1) || a < 1.1920929e-7f) continue;
+            Sample color[4] = {t.color[0], t.color[1], t.color[2], t.color[3]};
+            if (t.source) {
+                ColorFilter::Sample(t.source, t.sourceWidth, t.sourceHeight, t.sourceU.At(b1[i], b2[i]),
+                                    t.sourceV.At(b1[i], b2[i]), color);
+                a *= ByteToFloat[color[3]];
+            }
+            const uint8_t alpha = QLM_ClampByte(static_cast<int>(a * 255.0f));
+            if (alpha == 0) continue;
+            Shader::Write(t, pixel + i, color, alpha);
+            written = true;
         }
-        const uint8_t alpha = QLM_ClampByte(static_cast<int>(a * 255.0f));
-        if (alpha == 0) return false;
-        Shader::Write(t, pixel, color, alpha);
-        return true;
+        return written;
     }
 
-    static bool Draw(const QLM_GreyTriangle& t, int64_t pixel, float, float) {
+    static bool DrawOne(const QLM_GreyTriangle& t, int64_t pixel, float, float) {
         Shader::Write(t, pixel);
         return true;
     }
