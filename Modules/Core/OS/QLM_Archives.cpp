@@ -90,7 +90,7 @@ class Inflater {
                     inflateReset(&z);
                     inside = true;
                 }
-                if (const std::string error = Step(output, target, inside); !error.empty()) return error;
+                if (std::string error = Step(output, target, inside); !error.empty()) return error;
             }
         }
     }

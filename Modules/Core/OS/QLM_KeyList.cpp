@@ -32,6 +32,6 @@ void QLM_KeyList::SetInt(const std::string& key, int32_t value) {
 
 std::string QLM_KeyList::ToText() const {
     std::string text;
-    for (const auto& [name, value] : entries) text += (text.empty() ? "" : ";") + name + "=" + value;
+    for (const auto& [name, value] : entries) text.append(text.empty() ? "" : ";").append(name).append("=").append(value);
     return text;
 }

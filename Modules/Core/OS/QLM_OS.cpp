@@ -111,7 +111,7 @@ std::string QLM_OS::AskLine(const std::string& question, const std::string& sugg
 
 std::string QLM_OS::LocateFile(const std::string& name) {
     if (!AskYesNo("The file '%s' cannot be found. Do you want to find it now?", name)) return {};
-    const std::string path = AskFile(name, QLM_ExtensionOf(name), QLM_FileNameOf(name), false);
+    std::string path = AskFile(name, QLM_ExtensionOf(name), QLM_FileNameOf(name), false);
     if (path.empty()) return {};
     if (const auto& add = QLM_GetModuleHooks().addTemporarySearchPath) add(QLM_NormalizeFolder(QLM_FolderOf(path)));
     return path;

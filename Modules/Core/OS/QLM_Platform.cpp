@@ -25,7 +25,7 @@ std::string Environment(const char* name) {
 }
 
 std::string HomeDirectory() {
-    const std::string home = Environment("HOME");
+    std::string home = Environment("HOME");
     if (!home.empty()) return home;
     const passwd* user = getpwuid(getuid());
     return user && user->pw_dir ? user->pw_dir : "/";

@@ -43,7 +43,10 @@ template <class T> class QLM_Owned {
     QLM_Owned() noexcept = default;
     explicit QLM_Owned(T* item) noexcept : pointer(item) {}
     QLM_Owned(QLM_Owned&& other) noexcept : pointer(std::exchange(other.pointer, nullptr)) {}
-    QLM_Owned& operator=(QLM_Owned&& other) { Reset(std::exchange(other.pointer, nullptr)); return *this; }
+    QLM_Owned& operator=(QLM_Owned&& other) noexcept {
+        Reset(std::exchange(other.pointer, nullptr));
+        return *this;
+    }
     ~QLM_Owned() { delete pointer; }
 
     void Reset(T* item = nullptr) { delete std::exchange(pointer, item); }
