@@ -17,7 +17,6 @@ constexpr size_t maximumRowBytes = 8192;
 /// behind them what belongs to no group.
 std::vector<int> ColumnsByRank(const std::vector<QLM_DisplayGroup*>& groups, int count) {
     std::vector<int> columns;
-    columns.reserve(static_cast<size_t>(count));
     for (const QLM_DisplayGroup* group : groups) columns.push_back(group->Column);
     for (int next = groups.empty() ? 0 : groups.back()->Column + 1; static_cast<int>(columns.size()) < count; ++next)
         columns.push_back(next);
