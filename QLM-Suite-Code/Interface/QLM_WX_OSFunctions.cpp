@@ -74,10 +74,13 @@ void ShowMessageBox(const std::string& caption, const std::string& text) {
 }
 
 std::vector<std::string> AskFilesToImport(const std::string& folder) {
-    wxFileDialog dialog(
-        ParentOfBoxes(), "Import", ToToolkit(folder), wxString(),
-        "Objects and pictures|*.obj;*.OBJ;*.png;*.PNG;*.jpg;*.jpeg;*.JPG;*.tif;*.tiff;*.TIF;*.bmp;*.tga|All files|*",
-        wxFD_OPEN | wxFD_FILE_MUST_EXIST | wxFD_MULTIPLE);
+    wxString patterns; // in both cases: file names tell them apart here
+    for (const wxString extension : {"obj", "objz", "obz", "png", "jpg", "jpeg", "tif", "tiff", "bmp", "gif", "tga"})
+        patterns += "*." + extension + ";*." + extension.Upper() + ";";
+    patterns.RemoveLast();
+    wxFileDialog dialog(ParentOfBoxes(), "Import", ToToolkit(folder), wxString(),
+                        "Objects and pictures|" + patterns + "|All files|*",
+                        wxFD_OPEN | wxFD_FILE_MUST_EXIST | wxFD_MULTIPLE);
     std::vector<std::string> paths;
     if (dialog.ShowModal() != wxID_OK) return paths;
     wxArrayString chosen;
