@@ -295,7 +295,7 @@ class QLM_RasterizerTemplateF : public Shader {
             ColorFilter::Sample(t.source, t.sourceWidth, t.sourceHeight, values[2], values[3], color);
             a *= ByteToFloat[color[3]];
         }
-        const uint8_t alpha = QLM_ClampByte(static_cast<int>(a * 255.0f));
+        const uint8_t alpha = ClampByte(static_cast<int>(a * 255.0f));
         if (alpha == 0) return false;
         Shader::Write(t, pixel, color, alpha);
         return true;
