@@ -37,11 +37,13 @@ struct QLM_ImageSource {
     bool CheckSize(uint64_t rowBits, uint64_t ratio);
 };
 
+extern const char* const QLM_ImageText_Unknown;
 extern const char* const QLM_ImageText_Truncated;
 extern const char* const QLM_ImageText_Damaged;
 extern const char* const QLM_ImageText_NoMemory;
 extern const char* const QLM_ImageText_16Bit;
 extern const char* const QLM_ImageText_CMYK;
+extern const char* const QLM_ImageText_FirstOnly;
 
 // Readers fill `info`; with a sink they go on to the rows. False with `reason` set.
 bool QLM_ReadPNG(QLM_ImageSource& source, QLM_ImageSink* sink);
@@ -49,8 +51,11 @@ bool QLM_ReadJPEG(QLM_ImageSource& source, QLM_ImageSink* sink);
 bool QLM_ReadTIFF(QLM_ImageSource& source, QLM_ImageSink* sink);
 /// The first picture of the file. The toolkit's own reader walks out of its tables on damaged codes.
 bool QLM_ReadGIF(QLM_ImageSource& source, QLM_ImageSink* sink);
-/// The formats of the toolkit: BMP, TGA and binary PNM, each checked whole before the toolkit sees it.
-bool QLM_ReadWithToolkit(QLM_ImageSource& source, QLM_ImageSink* sink);
+bool QLM_ReadBMP(QLM_ImageSource& source, QLM_ImageSink* sink);
+/// Also for what is no picture at all, as the format has no signature.
+bool QLM_ReadTGA(QLM_ImageSource& source, QLM_ImageSink* sink);
+/// Binary grey and colour.
+bool QLM_ReadPNM(QLM_ImageSource& source, QLM_ImageSink* sink);
 
 /// A picture on its way into a file.
 struct QLM_ImageRows {

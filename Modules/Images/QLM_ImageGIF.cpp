@@ -138,6 +138,14 @@ class Parser {
         return frame.palette && frame.rootBits >= 1 && frame.rootBits <= 8 && frame.codes < bytes.size();
     }
 
+    /// Whether another frame follows.
+    bool IsAnimated(const Frame& frame) const {
+        size_t at = frame.codes;
+        SkipBlocks(at);
+        while (At(at) == 0x21) SkipBlocks(at += 2);
+        return At(at) == 0x2C;
+    }
+
   private:
     int At(size_t i) const { return i < bytes.size() ? bytes[i] : 0; }
     uint32_t Two(size_t i) const { return uint32_t(At(i) | At(i + 1) << 8); }
@@ -173,11 +181,13 @@ bool QLM_ReadGIF(QLM_ImageSource& source, QLM_ImageSink* sink) {
     if (!source.ReadAll(bytes)) return false;
     QLM_ImageInfo& info = source.info;
     Frame frame;
-    if (!Parser(bytes).FindFrame(info, frame)) return source.Fail(QLM_ImageText_Damaged);
+    Parser parser(bytes);
+    if (!parser.FindFrame(info, frame)) return source.Fail(QLM_ImageText_Damaged);
     if (!source.CheckSize(uint64_t(info.width) * 8, lzwRatio)) return false;
     if (!sink) return true;
 
     source.hasMaskColor = info.hasAlpha;
+    if (parser.IsAnimated(frame)) source.AddNotice(QLM_ImageText_FirstOnly);
     const size_t channels = info.hasAlpha ? 4 : 3;
     if (!sink->Begin(info.width, info.height, int(channels))) return source.Fail(QLM_ImageText_NoMemory);
     Decoder decoder(bytes, frame.codes, frame.rootBits);

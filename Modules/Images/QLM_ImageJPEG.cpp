@@ -137,7 +137,7 @@ bool QLM_ReadJPEG(QLM_ImageSource& source, QLM_ImageSink* sink) {
 }
 
 bool QLM_WriteJPEG(FILE* file, const QLM_ImageRows& image) {
-    if (image.channels != 3 || std::max(image.width, image.height) > JPEG_MAX_DIMENSION) return false;
+    if (image.channels != 3) return false;
     std::vector<uint8_t> row(image.RowBytes()); // made before the jump is set
     ErrorManager errors;
     jpeg_compress_struct state = {};

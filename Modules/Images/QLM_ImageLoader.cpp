@@ -13,11 +13,13 @@
 #include <new>
 #include <utility>
 
+const char* const QLM_ImageText_Unknown = "it is no picture of a known format";
 const char* const QLM_ImageText_Truncated = "the file ends too early";
 const char* const QLM_ImageText_Damaged = "its data is damaged or ends too early";
 const char* const QLM_ImageText_NoMemory = "there is not enough memory";
 const char* const QLM_ImageText_16Bit = "16 bits a sample were cut to 8";
 const char* const QLM_ImageText_CMYK = "CMYK was converted to RGB";
+const char* const QLM_ImageText_FirstOnly = "only the first of its pictures was loaded";
 
 bool QLM_ImageSource::ReadAll(std::vector<uint8_t>& bytes) {
     bytes.resize(size);
@@ -119,7 +121,11 @@ bool ReadSource(QLM_ImageSource& source, QLM_ImageSink* sink) {
         case QLM_ImageInfo::Kind::TIFF:
             return QLM_ReadTIFF(source, sink);
         default:
-            return memcmp(signature, "GIF8", 4) == 0 ? QLM_ReadGIF(source, sink) : QLM_ReadWithToolkit(source, sink);
+            if (memcmp(signature, "GIF8", 4) == 0) return QLM_ReadGIF(source, sink);
+            if (memcmp(signature, "BM", 2) == 0) return QLM_ReadBMP(source, sink);
+            if (signature[0] == 'P' && (signature[1] == '5' || signature[1] == '6') && isspace(signature[2]))
+                return QLM_ReadPNM(source, sink);
+            return QLM_ReadTGA(source, sink);
         }
     } catch (const std::bad_alloc&) { return source.Fail(QLM_ImageText_NoMemory); }
 }
@@ -218,6 +224,9 @@ bool SaveMapRowsToFile(const std::string& path, const QLM_ImageRowFunction& rows
     };
     if (!rows || width == 0 || height == 0) return fail("it has no pixels");
     if (!contains(known, extension)) return fail("no picture format has the extension \"" + extension + "\"");
+    const uint32_t longestSide = extension.starts_with("jp") ? 65500 : extension == "tga" ? 65535 : UINT32_MAX;
+    if (std::max(width, height) > longestSide)
+        return fail("the format ends at " + std::to_string(longestSide) + " pixels a side");
 
     try {
         const bool dropsAlpha = hasAlpha && !contains(withAlpha, extension);

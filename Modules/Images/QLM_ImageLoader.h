@@ -72,5 +72,5 @@ bool ResizeImageClosest(uint8_t* dst, uint32_t dstW, uint32_t dstH, const uint8_
 bool ResizeImageClosestF(uint8_t* dst, uint32_t dstW, uint32_t dstH, const uint8_t* src, uint32_t srcW, uint32_t srcH,
                          int depth);
 
-/// Registers the toolkit's image handlers for the other formats; once, main thread, no display needed.
+/// Registers the toolkit's handlers of the formats that it writes; once, main thread, no display needed.
 void QLM_InitializeImageHandlers();

@@ -38,6 +38,12 @@ class Reader {
         longjmp(png_jmpbuf(png), 1);
     }
     static void OnWarning(png_structp, png_const_charp) {}
+    /// The chunk that begins an animation starts with the number of its frames.
+    static int OnUnknownChunk(png_structp png, png_unknown_chunkp chunk) {
+        if (memcmp(chunk->name, "acTL", 4) == 0 && chunk->size >= 4 && png_get_uint_32(chunk->data) > 1)
+            static_cast<Reader*>(png_get_user_chunk_ptr(png))->source.AddNotice(QLM_ImageText_FirstOnly);
+        return 1;
+    }
     static void OnRead(png_structp png, png_bytep bytes, size_t count) {
         auto* reader = static_cast<Reader*>(png_get_io_ptr(png));
         if (fread(bytes, 1, count, reader->source.file) != count) png_error(png, QLM_ImageText_Truncated);
@@ -61,6 +67,7 @@ bool Reader::ReadHeader() {
     png_set_read_fn(png, this, OnRead);
     // The library's own limit would hide the size from the message.
     png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
+    png_set_read_user_chunk_fn(png, this, OnUnknownChunk);
     png_read_info(png, info);
 
     const int colorType = png_get_color_type(png, info);

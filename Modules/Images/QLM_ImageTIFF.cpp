@@ -91,6 +91,8 @@ class Reader {
     Reader(QLM_ImageSource& sourceIn) : source(sourceIn) {}
     bool ReadHeader();
     bool ReadRows(QLM_ImageSink& sink);
+    /// Tells of pages behind the one that was read. They take its place in the library.
+    void NoteOtherPages();
 
   private:
     bool ReadBlocks(QLM_ImageSink& sink);
@@ -298,6 +300,7 @@ bool Reader::ReadBlocks(QLM_ImageSink& sink) {
     if (!sink.Begin(width, height, source.info.hasAlpha ? 4 : 3)) return source.Fail(QLM_ImageText_NoMemory);
     if (bits == 16) source.AddNotice(QLM_ImageText_16Bit);
     if (photometric == PHOTOMETRIC_SEPARATED) source.AddNotice(QLM_ImageText_CMYK);
+    if (samplesPerPixel > ColorSamples() + 1) source.AddNotice("its further channels were left out");
 
     const bool bottomUp = orientation == ORIENTATION_BOTLEFT || orientation == ORIENTATION_BOTRIGHT;
     std::vector<uint8_t> row(size_t(width) * 4);
@@ -341,11 +344,25 @@ bool Reader::ReadThroughLibrary(QLM_ImageSink& sink) {
 
 bool Reader::ReadRows(QLM_ImageSink& sink) { return IsOwnKind() ? ReadBlocks(sink) : ReadThroughLibrary(sink); }
 
+void Reader::NoteOtherPages() {
+    constexpr int mostCopies = 32; // more than a picture can be halved
+    for (int page = 0; page < mostCopies && TIFFReadDirectory(tiff.get()); page++) {
+        uint32_t kind = 0;
+        TIFFGetFieldDefaulted(tiff.get(), TIFFTAG_SUBFILETYPE, &kind);
+        // Smaller copies and masks of the first page are no loss.
+        if (kind & (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) continue;
+        source.AddNotice(QLM_ImageText_FirstOnly);
+        return;
+    }
+}
+
 } // namespace
 
 bool QLM_ReadTIFF(QLM_ImageSource& source, QLM_ImageSink* sink) {
     Reader reader(source);
-    return reader.ReadHeader() && (!sink || reader.ReadRows(*sink));
+    if (!reader.ReadHeader() || (sink && !reader.ReadRows(*sink))) return false;
+    if (sink) reader.NoteOtherPages();
+    return true;
 }
 
 bool QLM_WriteTIFF(FILE* file, const QLM_ImageRows& image) {

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstddef>
 
-uint8_t* QLM_ByteProductCentre = nullptr;
+uint8_t* ByteProduct = nullptr;
 uint8_t* SquareByte = nullptr;
 float* ByteToFloat = nullptr;
 uint8_t* MixCurve = nullptr;
@@ -16,7 +16,6 @@ uint8_t* ContrastCurves = nullptr;
 
 namespace {
 
-constexpr int LargestProduct = 255 * 255;
 constexpr int IdentityContrast = 127;
 
 template <class Entry> Entry* Allocate(size_t count) {
@@ -29,9 +28,10 @@ template <class Entry> void Release(Entry*& table) {
 }
 
 void BuildByteTables() {
-    QLM_ByteProductCentre = Allocate<uint8_t>(2 * LargestProduct + 1) + LargestProduct;
+    constexpr int Largest = QLM_LargestByteProduct;
+    ByteProduct = Allocate<uint8_t>(2 * Largest + 1);
     // Modulo 256, not clamped: the sum of a byte and the quotient of a negative difference must come out right.
-    for (int i = -LargestProduct; i <= LargestProduct; ++i) QLM_ByteProductCentre[i] = static_cast<uint8_t>(i / 255);
+    for (int i = -Largest; i <= Largest; ++i) ByteProduct[i + Largest] = static_cast<uint8_t>(i / 255);
     SquareByte = Allocate<uint8_t>(256);
     ByteToFloat = Allocate<float>(256);
     for (int i = 0; i < 256; ++i) {
@@ -82,7 +82,7 @@ void BuildContrastCurves() {
 } // namespace
 
 void QLM_InitializeMathLookupTables() {
-    if (QLM_ByteProductCentre) return;
+    if (ByteProduct) return;
     BuildByteTables();
     BuildMixCurve();
     BuildBrushEdgeRamp();
@@ -92,9 +92,7 @@ void QLM_InitializeMathLookupTables() {
 }
 
 void QLM_FreeMathLookupTables() {
-    if (!QLM_ByteProductCentre) return;
-    QLM_Free(QLM_ByteProductCentre - LargestProduct);
-    QLM_ByteProductCentre = nullptr;
+    Release(ByteProduct);
     Release(SquareByte);
     Release(ByteToFloat);
     Release(MixCurve);
@@ -105,7 +103,7 @@ void QLM_FreeMathLookupTables() {
 
 void SetBrushHardnessCurve(float hardness) {
     const int start = hardness > 0.0001f ? 1 : 0;
-    const int end = QLM_ClampByte(static_cast<int>(hardness * 254.0f + static_cast<float>(start)));
+    const int end = ClampByte(static_cast<int>(hardness * 254.0f + static_cast<float>(start)));
     // Entry 255 stays 255 whatever the hardness.
     for (int i = 0; i < 255; ++i)
         BrushHardnessCurve[i] =

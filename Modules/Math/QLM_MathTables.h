@@ -3,10 +3,11 @@
 
 #include <cstdint>
 
-extern uint8_t* QLM_ByteProductCentre; ///< entry 0 of the product table; index -65025 .. 65025
+constexpr int QLM_LargestByteProduct = 255 * 255;
+extern uint8_t* ByteProduct; ///< 130051: [i + 65025] = i / 255 truncated toward zero, modulo 256
 
-/// The table T: x / 255 truncated toward zero, modulo 256, for a product or difference of products of bytes.
-inline uint8_t T(int x) { return QLM_ByteProductCentre[x]; }
+/// The table T: of a product of bytes or a difference of such products.
+inline uint8_t T(int x) { return ByteProduct[x + QLM_LargestByteProduct]; }
 /// d mixed towards s with weight a, in 8 bits with wrap-around.
 inline uint8_t QLM_MixByte(int d, int s, int a) { return static_cast<uint8_t>(d + T((s - d) * a)); }
 
@@ -23,9 +24,9 @@ inline const uint8_t* LightnessSaturation() { return BrushEdgeRamp; }
 inline const uint8_t* SaturationSpread() { return BrushHardnessCurve; }
 inline const uint8_t* SquareCurve() { return SquareByte; }
 /// Truncating clamp of a float alpha's integer part to a byte.
-inline uint8_t QLM_ClampByte(int i) { return i < 0 ? 0 : i > 255 ? 255 : static_cast<uint8_t>(i); }
+inline uint8_t ClampByte(int i) { return i < 0 ? 0 : i > 255 ? 255 : static_cast<uint8_t>(i); }
 /// A float 0..1 as a byte: x 255, truncated, clamped.
-inline uint8_t QLM_FloatToByte(float f) { return QLM_ClampByte(static_cast<int>(f * 255.0f)); }
+inline uint8_t QLM_FloatToByte(float f) { return ClampByte(static_cast<int>(f * 255.0f)); }
 
 void QLM_InitializeMathLookupTables();
 void QLM_FreeMathLookupTables();

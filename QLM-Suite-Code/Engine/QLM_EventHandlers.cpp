@@ -3,7 +3,6 @@
 #include "Core/OS/QLM_OS.h"
 #include "Engine/QLM_Engine.h"
 #include "Engine/QLM_Messages.h"
-#include "Engine/QLM_UndoManager.h"
 #include "Geometry/QLM_LayerManager.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
@@ -12,7 +11,7 @@
 #include "Geometry/QLM_UtilityManager.h"
 #include "Images/QLM_GL_Textures.h"
 #include "Maps/QLM_MapManager.h"
-#include "Maps/QLM_Material.h"
+#include "Maps/QLM_MaterialManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Rendering/QLM_Viewport.h"
 #include "Rendering/QLM_ViewportManager.h"
@@ -155,17 +154,6 @@ int NudgeAngle(QLM_Tool& tool, float change) {
 
 // --- Group 4000 -----------------------------------------------------------------------------------------------------
 
-/// The list of bindings of the object that a material belongs to.
-QLM_MaterialMapList* FindMapList(const QLM_Material* material) {
-    QLM_ObjectManager* const objects = QLM_GetManagers().GetObjectManager();
-    if (!objects) return nullptr;
-    for (auto queue = objects->GetObjects(false); !queue.IsEmpty(); queue.Pop()) {
-        QLM_Mesh* const mesh = queue->GetMesh();
-        if (mesh && mesh->GetMaterials().IndexOf(const_cast<QLM_Material*>(material)) >= 0) return &mesh->GetMapList();
-    }
-    return nullptr;
-}
-
 int UnweldHighlightedObjects() {
     QLM_ObjectManager* const objects = QLM_GetManagers().GetObjectManager();
     if (!objects) return 0;
@@ -273,13 +261,12 @@ int QLM_Events_MapsCB(QLMEvent& event) {
     auto* const map = QLM_FindByID<QLM_MaterialMapSource>(event.ids[1]);
     auto* const material = QLM_FindByID<QLM_Material>(event.ids[2]);
     const bool layerGone = event.ids[3] && !QLM_FindBaseClassByID(event.ids[3]);
-    if (!channel || !map || !material || layerGone) return 0;
-    QLM_MaterialMapList* const list = FindMapList(material);
-    QLM_MapManager* const maps = QLM_GetManagers().GetMapManager();
-    if (!list || !maps) return 0;
-    if (QLM_UndoManager* undo = QLM_GetManagers().GetUndoManager())
-        undo->AddUndoNode(material, QLM_UndoKind::MapAssignments, QLM_GetString(819));
-    maps->AssignMapToMaterialChannel(list, channel, map);
+    QLM_MaterialManager* const materials = QLM_GetManagers().GetMaterialManager();
+    if (!channel || !map || !material || layerGone || !materials) return 0;
+    MapGroupInfo group;
+    group.channel = channel->GetName();
+    group.materials.Add(material);
+    materials->AssignMap(group, map);
     QLM_PostEvent(QLM_Event_RefreshInspector);
     return 1;
 }

@@ -62,7 +62,7 @@ void ApplyImportOptions(const QLM_IOManager& options, QLM_Mesh* mesh) {
                 std::reverse(mesh->GetPolygonCorners(p) + 1, mesh->GetPolygonCorners(p) + count);
     if (options.CenterOnImport)
         for (int i = 0; i < 3; ++i) {
-            const float centre = (mesh->BoundsMin[i] + mesh->BoundsMax[i]) / 2;
+            const float centre = mesh->BoundsMin[i] / 2 + mesh->BoundsMax[i] / 2; // their sum may be infinite
             for (int v = 0; v < vertexCount; ++v) mesh->Vertices[v][i] -= centre;
         }
     if (options.ScaleOnImport)

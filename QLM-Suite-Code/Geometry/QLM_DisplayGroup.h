@@ -1,7 +1,6 @@
 #pragma once
 // A display group, and the tree that holds them.
 
-#include "Engine/QLM_Union.h"
 #include "Maps/QLM_LayerData.h"
 #include "Maps/QLM_LayerDefinition.h"
 
@@ -26,4 +25,4 @@ class QLM_DisplayGroup : public QLM_LayerDefinition, public QLM_LayerDataSet, pu
 };
 
 /// The tree "Display Groups" with the current group.
-class QLM_DisplayGroupGroup : public QLM_UnionGroup<QLM_DisplayGroup> {};
+class QLM_DisplayGroupGroup : public QLM_LayerGroup<QLM_DisplayGroup> {};

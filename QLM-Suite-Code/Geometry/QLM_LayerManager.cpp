@@ -10,6 +10,7 @@
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Geometry/QLM_ObjectManager.h"
+#include "Maps/QLM_MapManager.h"
 
 #include <algorithm>
 
@@ -53,6 +54,12 @@ QLM_LayerManager::QLM_LayerManager() : tree(new QLM_DisplayGroupGroup) {
 
 QLM_LayerManager::~QLM_LayerManager() = default;
 
+void QLM_LayerManager::Initialize() {
+    if (QLM_MapManager* maps = QLM_GetManagers().GetMapManager()) mapLayerTree = maps->GetLayerTree();
+}
+
+QLM_MapLayerGroup* QLM_LayerManager::GetMapLayerTree() const { return mapLayerTree; }
+
 void QLM_LayerManager::AfterClear() {
     tree->DeleteAllItems();
     for (int column = 0; column < FirstUserColumn; ++column) AddGroup({}, column);
@@ -73,8 +80,7 @@ void QLM_LayerManager::FinishLists() {
 }
 
 std::vector<QLM_DisplayGroup*> QLM_LayerManager::GetGroups() {
-    std::vector<QLM_DisplayGroup*> groups;
-    for (auto queue = tree->GetItemQueue<QLM_DisplayGroup>(); !queue.IsEmpty(); queue.Pop()) groups.push_back(queue);
+    std::vector<QLM_DisplayGroup*> groups = tree->GetLayers();
     std::sort(groups.begin(), groups.end(),
               [](const QLM_DisplayGroup* a, const QLM_DisplayGroup* b) { return a->Column < b->Column; });
     return groups;

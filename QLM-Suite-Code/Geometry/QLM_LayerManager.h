@@ -3,12 +3,13 @@
 
 #include "Engine/QLM_Manager.h"
 #include "Geometry/QLM_DisplayGroup.h"
+#include "Maps/QLM_MapLayer.h"
 
 #include <vector>
 
 class QLM_Mesh;
 
-/// Owns the display groups; the map layers belong to the map manager. Main thread.
+/// Owns the display groups and knows the map layers, which belong to the map manager. Main thread.
 class QLM_LayerManager : public QLM_Manager {
   public:
     /// Columns with a meaning of their own. Every polygon stands in the background's.
@@ -16,9 +17,12 @@ class QLM_LayerManager : public QLM_Manager {
 
     QLM_LayerManager();
     ~QLM_LayerManager() override;
+    void Initialize() override;
     void AfterClear() override; ///< deletes the user's groups, frees all columns
 
     QLM_DisplayGroupGroup* GetTree() { return tree.Get(); }
+    /// The tree of map layers; null before Initialize.
+    QLM_MapLayerGroup* GetMapLayerTree() const;
     /// All groups by column, the special ones first: the order of records.
     std::vector<QLM_DisplayGroup*> GetGroups();
     QLM_DisplayGroup* FindColumn(int column); ///< null for a free column
@@ -76,4 +80,5 @@ class QLM_LayerManager : public QLM_Manager {
     bool LoadFlags(FILE* stream, QLM_Mesh* mesh, bool isOld);
 
     QLM_Owned<QLM_DisplayGroupGroup> tree;
+    QLM_SafePtr<QLM_MapLayerGroup> mapLayerTree;
 };

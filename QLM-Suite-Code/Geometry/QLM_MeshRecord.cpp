@@ -257,7 +257,7 @@ void QLM_Mesh::ConsiderSetting(TextCommand& command) {
 void QLM_Mesh::ConsiderPart(FILE* stream, TextCommand& command) {
     if (command.Is("weldmap")) LoadWeldMap(stream);
     else if (command.Is("material")) LoadMaterial(stream, QLM_CleanName(command.value));
-    else if (command.Is("polygroup")) LoadGroup(stream, QLM_CleanName(command.value));
+    else if (command.Is("polygroup")) LoadGroup(stream, QLM_Group2::CleanName(command.value));
     else if (command.Is("morphs")) loadFailed = !LoadMorphs(stream); // a morph tells itself what is wrong
     else if (QLM_LayerManager* layers = FindLayers()) {
         if (command.Is("LayerFlags")) loadFailed = !layers->LoadLayerFlags(stream, this);

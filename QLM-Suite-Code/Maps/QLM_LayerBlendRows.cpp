@@ -57,46 +57,46 @@ QLM_INLINE void Mix(Words& d, const Words& t, const Words& a) {
 
 struct NoTarget {};
 template <class Formula> struct WideTarget : NoTarget {};
-template <> struct WideTarget<QLM_Blend_Normal> {
+template <> struct WideTarget<QLM_Shader_Normal> {
     QLM_INLINE static void Get(const Words&, const Words& s, Words& t) { t = s; }
 };
-template <> struct WideTarget<QLM_Blend_LightenOnly> {
+template <> struct WideTarget<QLM_Shader_LightenOnly> {
     QLM_INLINE static void Get(const Words& d, const Words& s, Words& t) { Select((Words)(d > s), d, s, t); }
 };
-template <> struct WideTarget<QLM_Blend_DarkenOnly> {
+template <> struct WideTarget<QLM_Shader_DarkenOnly> {
     QLM_INLINE static void Get(const Words& d, const Words& s, Words& t) { Select((Words)(d < s), d, s, t); }
 };
-template <> struct WideTarget<QLM_Blend_Multiply> {
+template <> struct WideTarget<QLM_Shader_Multiply> {
     QLM_INLINE static void Get(const Words& d, const Words& s, Words& t) {
         t = d * s;
         Divide255(t);
     }
 };
-template <> struct WideTarget<QLM_Blend_Screen> {
+template <> struct WideTarget<QLM_Shader_Screen> {
     QLM_INLINE static void Get(const Words& d, const Words& s, Words& t) {
         t = (255 - d) * (255 - s);
         Divide255(t);
         t = 255 - t;
     }
 };
-template <> struct WideTarget<QLM_Blend_Overlay> {
+template <> struct WideTarget<QLM_Shader_Overlay> {
     QLM_INLINE static void Get(const Words& d, const Words& s, Words& t) {
         Words multiplied, screened;
-        WideTarget<QLM_Blend_Multiply>::Get(d, s, multiplied);
-        WideTarget<QLM_Blend_Screen>::Get(d, s, screened);
+        WideTarget<QLM_Shader_Multiply>::Get(d, s, multiplied);
+        WideTarget<QLM_Shader_Screen>::Get(d, s, screened);
         t = multiplied * (255 - d) + screened * d;
         Divide255(t);
     }
 };
-template <> struct WideTarget<QLM_Blend_Difference> {
+template <> struct WideTarget<QLM_Shader_Difference> {
     QLM_INLINE static void Get(const Words& d, const Words& s, Words& t) { Select((Words)(d > s), d - s, s - d, t); }
 };
-template <> struct WideTarget<QLM_Blend_RgbUp> {
+template <> struct WideTarget<QLM_Shader_RgbUp> {
     QLM_INLINE static void Get(const Words& d, const Words& s, Words& t) {
         Select((Words)(d + s > 255), Words{} + 255, d + s, t);
     }
 };
-template <> struct WideTarget<QLM_Blend_RgbDown> {
+template <> struct WideTarget<QLM_Shader_RgbDown> {
     QLM_INLINE static void Get(const Words& d, const Words& s, Words& t) { Select((Words)(d > s), d - s, Words{}, t); }
 };
 /// Clamps words that may have fallen below 0 or risen above 255.
@@ -105,14 +105,14 @@ QLM_INLINE void Clamp(SignedWords& x) {
     const SignedWords over = (SignedWords)(x > 255);
     x = (over & 255) | (~over & x);
 }
-template <> struct WideTarget<QLM_Blend_HardLight> {
+template <> struct WideTarget<QLM_Shader_HardLight> {
     QLM_INLINE static void Get(const Words& d, const Words& s, Words& t) {
         SignedWords x = (SignedWords)(d + s + s) - 254;
         Clamp(x);
         t = (Words)x;
     }
 };
-template <> struct WideTarget<QLM_Blend_SoftLight> {
+template <> struct WideTarget<QLM_Shader_SoftLight> {
     QLM_INLINE static void Get(const Words& d, const Words& s, Words& t) {
         SignedWords x = (SignedWords)d + (((SignedWords)s - 127) >> 1);
         Clamp(x);
@@ -315,7 +315,7 @@ template <class Formula> QLM_INLINE void BlendBlocks(const QLM_BlendRow& row) {
         if constexpr (IsOfHSL<Formula>) {
             uint8_t targets[RowPixels * 3];
             FindTargets<Formula>(row, whole, weights, targets);
-            MixBlocks<QLM_Blend_Normal>(row.color, targets, weights, whole);
+            MixBlocks<QLM_Shader_Normal>(row.color, targets, weights, whole);
         } else {
             MixBlocks<Formula>(row.color, row.layer, weights, whole);
         }

@@ -1,7 +1,9 @@
 #pragma once
 // What map layers and display groups share: a strength and a state.
 
-#include "Core/Objects/QLM_BaseClass.h"
+#include "Engine/QLM_Union.h"
+
+#include <vector>
 
 /// Main thread. A locked layer that gets hidden is hidden: there is one state.
 class QLM_LayerDefinition : public virtual QLM_BaseClass {
@@ -33,4 +35,15 @@ class QLM_LayerDefinition : public virtual QLM_BaseClass {
 
   private:
     bool insideDefinition = false; ///< while a block "LayerDefinition" is read; one in another isn't taken
+};
+
+/// The tree of one kind of layers, with the current one. Main thread.
+template <class Layer> class QLM_LayerGroup : public QLM_UnionGroup<Layer> {
+  public:
+    /// Folders are flattened in tree order.
+    std::vector<Layer*> GetLayers() {
+        std::vector<Layer*> layers;
+        for (auto queue = this->template GetItemQueue<Layer>(); !queue.IsEmpty(); queue.Pop()) layers.push_back(queue);
+        return layers;
+    }
 };

@@ -123,15 +123,6 @@ QLM_MapLayerGroup& QLM_MapLayerGroup::GetRoot() {
     return *static_cast<QLM_MapLayerGroup*>(root);
 }
 
-std::vector<QLM_MapLayer*> QLM_MapLayerGroup::GetLayers() {
-    std::vector<QLM_MapLayer*> layers;
-    QLM_List<QLM_BaseClass*> all;
-    GetAllItems(all);
-    for (QLM_BaseClass* item : all)
-        if (auto* layer = dynamic_cast<QLM_MapLayer*>(item)) layers.push_back(layer);
-    return layers;
-}
-
 QLM_MapLayer* QLM_MapLayerGroup::GetCurrentLayer() {
     if (QLM_MapLayer* current = GetCurrentItem()) return current;
     const std::vector<QLM_MapLayer*> layers = GetLayers();
@@ -146,16 +137,19 @@ QLM_MapLayer* QLM_MapLayerGroup::GetBaseLayer() {
 }
 
 QLM_MapLayer* QLM_MapLayerGroup::FindLayer(const std::string& name, int occurrence) {
+    const std::string kept = QLM_CleanName(name);
     for (QLM_MapLayer* layer : GetLayers())
-        if (name == layer->GetName() && --occurrence == 0) return layer;
+        if (kept == layer->GetName() && --occurrence == 0) return layer;
     return nullptr;
 }
 
 QLM_MapLayer* QLM_MapLayerGroup::AddLayer(const std::string& name) {
     std::vector<std::string> taken;
     for (const QLM_MapLayer* layer : GetLayers()) taken.push_back(layer->GetName());
+    // Records tie members to layers by name, and lose the blanks around it.
+    const std::string base = QLM_CleanName(QLM_Trim(name));
     auto* layer = new QLM_MapLayer;
-    layer->SetNameText(QLM_MakeUniqueName(taken, QLM_CleanName(name), ""));
+    layer->SetNameText(QLM_MakeUniqueName(taken, base.empty() ? "New Layer" : base, ""));
     AddItem(layer);
     return layer;
 }

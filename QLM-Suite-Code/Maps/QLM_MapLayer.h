@@ -1,7 +1,6 @@
 #pragma once
 // The scene's layers of image maps and their tree.
 
-#include "Engine/QLM_Union.h"
 #include "Maps/QLM_LayerDefinition.h"
 
 #include <string>
@@ -40,20 +39,19 @@ class QLM_MapLayer : public QLM_LayerDefinition {
     QLM_BaseClassByIDMap sets;
 };
 
-/// The tree of the scene's layers. List order, folders flattened in tree order, is from the bottom to the top.
-class QLM_MapLayerGroup : public QLM_UnionGroup<QLM_MapLayer> {
+/// The tree of the scene's layers, from the bottom to the top.
+class QLM_MapLayerGroup : public QLM_LayerGroup<QLM_MapLayer> {
   public:
     QLM_MapLayerGroup();
 
-    std::vector<QLM_MapLayer*> GetLayers();
     bool HasLayers() { return HasItems(); }
     /// The layer that takes paint: the current one, else the top one; null without layers.
     QLM_MapLayer* GetCurrentLayer();
     /// The layer that takes over the pixels of a map which gets its first member: that with IsBase, else the lowest.
     QLM_MapLayer* GetBaseLayer();
-    /// The `occurrence`th layer of that name from the bottom; null for none.
+    /// The `occurrence`th layer of that name, as names are kept, from the bottom; null for none.
     QLM_MapLayer* FindLayer(const std::string& name, int occurrence = 1);
-    /// Appends a new layer, its name made unique, at the top.
+    /// Appends a new layer at the top. Its name is made unique; without one it is "New Layer".
     QLM_MapLayer* AddLayer(const std::string& name);
     /// Makes the layer the `index`th from the bottom (0 the lowest), in the folder of the one that it displaces.
     void MoveLayer(QLM_MapLayer* layer, int index);

@@ -2,10 +2,14 @@
 
 #include "Core/Logging/QLM_Logger.h"
 #include "Core/OS/QLM_Files.h"
+#include "Core/OS/QLM_OS.h"
 #include "Core/OS/String_Functions.h"
 #include "Engine/QLM_Engine.h"
-#include "Maps/QLM_Material.h"
+#include "Geometry/QLM_Mesh.h"
+#include "Geometry/QLM_Object.h"
+#include "Geometry/QLM_ObjectManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
+#include "Rendering/QLM_OverdrawBufferWorkhorse.h"
 
 #include <filesystem>
 
@@ -39,7 +43,8 @@ bool IsChannelSwitchedOn(const std::string& channel, const bool switches[8], con
 } // namespace
 
 QLM_MapManager::QLM_MapManager()
-    : tree(MakeTree<QLM_TopTreeGroup>("Image Maps")), layerTree(MakeTree<QLM_MapLayerGroup>("Image Map Layers")) {
+    : tree(MakeTree<QLM_TopTreeGroup>("Image Maps")), layerTree(MakeTree<QLM_MapLayerGroup>("Image Map Layers")),
+      materialSets(new QLM_MaterialSets) {
     layerTree->SetBool("DISPLAY_REVERSED", true);
     bufferWorkhorse.Reset(new QLM_ImageMapBufferWorkhorse([this](QLM_List<QLM_ImageMap*>& maps) {
         // What strokes write: never a composite.
@@ -64,6 +69,8 @@ void QLM_MapManager::Initialize() {
     if (!engine) return;
     for (QLM_TopTreeGroup* group : {tree.Get(), static_cast<QLM_TopTreeGroup*>(layerTree.Get())})
         if (engine->topTreeGroups.IndexOf(group) < 0) engine->topTreeGroups.Add(group);
+    materialSets->LoadFolder(
+        QLM_FormatText("%sLibrary%cMaterialSets%c", QLM_OS::Get().GetApplicationDirectory() + "Data/", '/', '/'));
 }
 
 void QLM_MapManager::Clear() {
@@ -137,11 +144,15 @@ void QLM_MapManager::AssignMapToMaterialChannel(QLM_MaterialMapList* list, QLM_M
     if (!channel) QLM_RaiseError("Channel == NULL in AssignMapToMaterialChannel");
     if (!map) QLM_RaiseError("Map == NULL in AssignMapToMaterialChannel");
     channel->MapBindingID = GetBinding(list, map, true)->GetID();
-    map->SetBool("CALCULATE_OVERDRAW_REQUESTED", true, QLM_CustomPropertyContainer::Temporary);
+    channel->mapFileName.clear();
+    StartOverdrawCheck(map);
 }
 
-bool QLM_MapManager::CanPaintMaterial(const QLM_MaterialMapList& list, const QLM_Material& material, uint32_t bindingID,
-                                      const bool switches[8], const std::string& shownChannel, std::string* refused) {
+void QLM_MapManager::StartOverdrawCheck(QLM_MaterialMapSource* map) { QLM_OverdrawBufferWorkhorse::Request(map); }
+
+bool QLM_MapManager::CanPaintPolygonInChannel(const QLM_MaterialMapList& list, const QLM_Material& material,
+                                              uint32_t bindingID, const bool switches[8],
+                                              const std::string& shownChannel, std::string* refused) {
     const QLM_MaterialMapBinding* target = list.FindByID(bindingID);
     if (!target) return false;
     bool takesPaint = false;
@@ -175,6 +186,7 @@ QLM_MaterialMapSource* QLM_MapManager::FindMap(const std::string& name, int occu
 }
 
 void QLM_MapManager::RenameMap(QLM_MaterialMapSource* map, const std::string& name) {
+    if (name.empty()) return;
     map->SetNameText({}); // its own name is not in the way
     map->SetNameText(MakeUniqueName(QLM_CleanName(name)));
 }
@@ -192,6 +204,10 @@ void QLM_MapManager::DeleteMaps(QLM_List<QLM_MaterialMapSource*>& maps) {
         const auto* binding = channel ? QLM_FindByID<QLM_MaterialMapBinding>(channel->MapBindingID) : nullptr;
         if (binding && sourceIDs.count(binding->SourceID)) channel->MapBindingID = 0;
     }
+    const QLM_Engine* engine = QLM_GetEngine();
+    if (QLM_ObjectManager* objects = engine && engine->managers ? engine->managers->GetObjectManager() : nullptr)
+        for (QLM_Object* object : objects->GetObjects(false))
+            if (QLM_Mesh* mesh = object->GetMesh()) mesh->GetMapList().DeleteBindings(sourceIDs);
     // The list may name a map twice.
     for (const uint32_t id : sourceIDs) {
         auto* map = QLM_FindByID<QLM_MaterialMapSource>(id);

@@ -6,11 +6,8 @@
 #include "Engine/QLM_TreeGroup.h"
 #include "Maps/QLM_ImageMapBuffer.h"
 #include "Maps/QLM_MapLayer.h"
+#include "Maps/QLM_MaterialSets.h"
 
-class QLM_Material;
-class QLM_MaterialChannel;
-class QLM_MaterialMapBinding;
-class QLM_MaterialMapList;
 class QLM_MaterialMapSource;
 
 /// Main thread.
@@ -18,6 +15,7 @@ class QLM_MapManager : public QLM_Manager {
   public:
     QLM_MapManager();
     ~QLM_MapManager() override;
+    /// Shows the trees and reads the material sets of the library.
     void Initialize() override;
     void OnIdle() override;
     void Clear() override;
@@ -27,7 +25,8 @@ class QLM_MapManager : public QLM_Manager {
     /// Loads a picture as a map named after its file (extension kept), or returns the one that was loaded from it.
     /// Null with one message for a file that can't be read.
     QLM_MaterialMapSource* LoadMapFromFile(const std::string& path, std::string& error);
-    /// Binds: finds or appends the object's binding and points the channel at it.
+    /// Binds: finds or appends the object's binding and points the channel at it; the name of a file that was to be
+    /// found is forgotten.
     void AssignMapToMaterialChannel(QLM_MaterialMapList* list, QLM_MaterialChannel* channel,
                                     QLM_MaterialMapSource* map);
     QLM_MaterialMapBinding* GetBinding(QLM_MaterialMapList* list, QLM_MaterialMapSource* map, bool create);
@@ -35,9 +34,11 @@ class QLM_MapManager : public QLM_Manager {
     /// `shownChannel` is the channel that the stroke's viewport displays. Tools that read the viewport's picture can
     /// paint that one only: their `refused` takes the name of another that the switches would let them paint, and no
     /// other tool passes it. Any thread, with everything copied.
-    static bool CanPaintMaterial(const QLM_MaterialMapList& list, const QLM_Material& material, uint32_t bindingID,
-                                 const bool switches[8], const std::string& shownChannel,
-                                 std::string* refused = nullptr);
+    static bool CanPaintPolygonInChannel(const QLM_MaterialMapList& list, const QLM_Material& material,
+                                         uint32_t bindingID, const bool switches[8], const std::string& shownChannel,
+                                         std::string* refused = nullptr);
+    /// Requests the plane of covered pixels of a map whose bindings, their polygons or whose size changed.
+    static void StartOverdrawCheck(QLM_MaterialMapSource* map);
 
     /// Adds the maps that the channels of an object's materials are bound to, each once.
     static void GetMapListFromObjects_OnVisit(const QLM_MaterialMapList& list,
@@ -46,8 +47,8 @@ class QLM_MapManager : public QLM_Manager {
 
     QLM_RootClassQueue<QLM_MaterialMapSource*> GetMaps();
     QLM_MaterialMapSource* FindMap(const std::string& name, int occurrence = 1);
-    void RenameMap(QLM_MaterialMapSource* map, const std::string& name); ///< made unique
-    /// Unlinks every channel from these maps and deletes them; empties the list. Asks nothing.
+    void RenameMap(QLM_MaterialMapSource* map, const std::string& name); ///< made unique; an empty one is none
+    /// Unlinks every channel from these maps and deletes their bindings, then them; empties the list. Asks nothing.
     void DeleteMaps(QLM_List<QLM_MaterialMapSource*>& maps);
     void DeleteAllMaps();
     /// Writes the composite without checker (with its mask as alpha where the format can hold it), and with a
@@ -64,14 +65,15 @@ class QLM_MapManager : public QLM_Manager {
     static void BeforeMapsChange();
 
     // Operations on what tools would paint: the current layer's member of a map with members, else the map itself. Maps
-    // without that member are skipped. All false with a message, nothing changed, while the layer is hidden or locked.
+    // without that member are skipped. All false with `error`, nothing changed, while the layer is hidden or locked.
     /// Fills with the background colour and makes an existing mask transparent; with `opaque` (the Alt key) opaque, and
     /// a missing member is made.
-    bool ClearImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool opaque);
-    bool InvertImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps);
-    bool ConvertImageMapsToGreyscale(const QLM_List<QLM_MaterialMapSource*>& maps); ///< (R + G + B) / 3
+    bool ClearImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool opaque, std::string& error);
+    bool InvertImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, std::string& error);
+    /// (R + G + B) / 3.
+    bool ConvertImageMapsToGreyscale(const QLM_List<QLM_MaterialMapSource*>& maps, std::string& error);
     /// Stretches the samples so that the smallest of a map becomes 0 and the largest 255.
-    bool NormalizeImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps);
+    bool NormalizeImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, std::string& error);
     /// Asks, then deletes the maps and their bindings; empties the list. False when the user declines.
     bool DeleteImageMaps(QLM_List<QLM_MaterialMapSource*>& maps);
     /// Swaps out maps that weren't used since the last idle pass.
@@ -85,6 +87,7 @@ class QLM_MapManager : public QLM_Manager {
 
     QLM_TopTreeGroup* GetTree() { return tree.Get(); }
     QLM_MapLayerGroup* GetLayerTree() { return layerTree.Get(); }
+    QLM_MaterialSets& GetMaterialSets() { return *materialSets; }
     /// The layer that takes paint; null while there are no layers.
     QLM_MapLayer* GetCurrentMapLayer() const { return layerTree->GetCurrentLayer(); }
     void SetCurrentMapLayer(QLM_MapLayer* layer);
@@ -99,11 +102,12 @@ class QLM_MapManager : public QLM_Manager {
 
   private:
     /// Runs `edit` on what tools would paint of each map, with its lock held and a whole change behind it.
-    bool EditImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool createMember,
+    bool EditImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool createMember, std::string& error,
                        const std::function<void(QLM_MaterialMapSource&)>& edit);
     std::string MakeUniqueName(const std::string& name);
     QLM_MaterialMapSource* FindMapOfFile(const std::string& nativePath);
     QLM_Owned<QLM_TopTreeGroup> tree;
     QLM_Owned<QLM_MapLayerGroup> layerTree;
+    QLM_Owned<QLM_MaterialSets> materialSets;
     QLM_Owned<QLM_ImageMapBufferWorkhorse> bufferWorkhorse;
 };

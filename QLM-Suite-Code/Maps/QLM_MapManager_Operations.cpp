@@ -84,16 +84,10 @@ void QLM_MapManager::BeforeMapsChange() {
     if (viewports) viewports->AbortRender();
 }
 
-bool QLM_MapManager::EditImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool createMember,
+bool QLM_MapManager::EditImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool createMember, std::string& error,
                                    const std::function<void(QLM_MaterialMapSource&)>& edit) {
-    std::string error;
-    for (QLM_MaterialMapSource* map : maps) {
-        QLM_CheckItem(map, "QLM_MapManager::EditImageMaps");
-        if (!MayChange(GetCurrentMapLayer(), error)) {
-            QLM_OS::Get().PrintMessageText(error);
-            return false;
-        }
-    }
+    for (QLM_MaterialMapSource* map : maps) QLM_CheckItem(map, "QLM_MapManager::EditImageMaps");
+    if (!MayChange(GetCurrentMapLayer(), error)) return false;
     BeforeMapsChange();
     for (QLM_MaterialMapSource* map : maps) {
         QLM_MaterialMapSource* target = MapOfCurrentLayer(*layerTree, *map, createMember);
@@ -107,26 +101,26 @@ bool QLM_MapManager::EditImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps,
     return true;
 }
 
-bool QLM_MapManager::ClearImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool opaque) {
+bool QLM_MapManager::ClearImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool opaque, std::string& error) {
     const QLM_Engine* engine = QLM_GetEngine();
     const float black[3] = {};
     const float* color = engine ? engine->backgroundColor : black;
-    return EditImageMaps(maps, opaque, [&](QLM_MaterialMapSource& target) {
+    return EditImageMaps(maps, opaque, error, [&](QLM_MaterialMapSource& target) {
         if (target.HasMaskSameSize()) target.Mask.ClearToByte(opaque ? 255 : 0);
         target.ClearToColor(color, 3);
     });
 }
 
-bool QLM_MapManager::InvertImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps) {
-    return EditImageMaps(maps, false, [](QLM_MaterialMapSource& target) { target.Invert(); });
+bool QLM_MapManager::InvertImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, std::string& error) {
+    return EditImageMaps(maps, false, error, [](QLM_MaterialMapSource& target) { target.Invert(); });
 }
 
-bool QLM_MapManager::ConvertImageMapsToGreyscale(const QLM_List<QLM_MaterialMapSource*>& maps) {
-    return EditImageMaps(maps, false, ConvertToGrey);
+bool QLM_MapManager::ConvertImageMapsToGreyscale(const QLM_List<QLM_MaterialMapSource*>& maps, std::string& error) {
+    return EditImageMaps(maps, false, error, ConvertToGrey);
 }
 
-bool QLM_MapManager::NormalizeImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps) {
-    return EditImageMaps(maps, false, Normalize);
+bool QLM_MapManager::NormalizeImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, std::string& error) {
+    return EditImageMaps(maps, false, error, Normalize);
 }
 
 bool QLM_MapManager::DeleteImageMaps(QLM_List<QLM_MaterialMapSource*>& maps) {

@@ -181,6 +181,16 @@ QLM_MaterialMapBinding* QLM_MaterialMapList::FindBySource(uint32_t sourceID) con
     return nullptr;
 }
 
+void QLM_MaterialMapList::DeleteBindings(const std::set<uint32_t>& sourceIDs) {
+    QLM_List<QLM_MaterialMapBinding*> doomed;
+    for (QLM_MaterialMapBinding* binding : *this)
+        if (sourceIDs.count(binding->SourceID)) doomed.Add(binding);
+    for (QLM_MaterialMapBinding* binding : doomed) {
+        Remove(binding);
+        delete binding;
+    }
+}
+
 QLM_MaterialMapBinding* QLM_MaterialMapList::FindByChannel(const QLM_Material& material,
                                                            const std::string& channel) const {
     const QLM_MaterialChannel* found = material.FindChannel(channel);

@@ -3,6 +3,8 @@
 
 #include "Core/Objects/QLM_BaseClass.h"
 
+#include <set>
+
 class QLM_MaterialMapSource;
 
 /// One channel of a material: strength, offset, colour and an optional map.
@@ -67,6 +69,8 @@ class QLM_MaterialMapList : public QLM_List<QLM_MaterialMapBinding*>, public vir
     ~QLM_MaterialMapList() override;
     QLM_MaterialMapBinding* FindByID(uint32_t id) const;
     QLM_MaterialMapBinding* FindBySource(uint32_t sourceID) const;
+    /// Deletes the bindings to these sources; no channel may name them any more.
+    void DeleteBindings(const std::set<uint32_t>& sourceIDs);
     /// The binding of a material's channel; null for none.
     QLM_MaterialMapBinding* FindByChannel(const QLM_Material& material, const std::string& channel) const;
 };

@@ -57,15 +57,22 @@ void GiveSelectedPolygons(QLM_Mesh& mesh, int material) {
         if (IsPolygonSelected(mesh, p)) mesh.SetPolygonMaterial(p, material);
 }
 
-/// Opens an undo record, when nothing reads materials any more.
+/// Opens an undo record, when nothing reads materials, their polygons and maps any more.
 void BeforeChange(QLM_BaseClass* item, QLM_UndoKind kind, const char* text) {
+    QLM_MapManager::BeforeMapsChange();
     Maps().GetBufferWorkhorse()->Synchronize();
     if (QLM_UndoManager* undo = QLM_GetManagers().GetUndoManager()) undo->AddUndoNode(item, kind, text);
 }
 
 /// Brings everything up to date that follows from materials and their maps.
 void AfterChange() {
-    ForEachMesh([](QLM_Object&, QLM_Mesh& mesh) { mesh.UpdateAllMapPolygonLists(); });
+    ForEachMesh([](QLM_Object&, QLM_Mesh& mesh) {
+        for (QLM_MaterialMapBinding* binding : mesh.GetMapList()) {
+            const std::vector<int32_t> before = std::move(binding->polygons);
+            mesh.UpdateMapPolygonList(binding);
+            if (binding->polygons != before) QLM_MapManager::StartOverdrawCheck(binding->GetSource());
+        }
+    });
     QLM_InvalidateDisplayLists();
     if (QLM_ViewportManager* viewports = QLM_GetManagers().GetViewportManager()) viewports->OnAllViewportsChanged();
     QLM_PostEvent(QLM_Event_RefreshAllPanels);
@@ -96,16 +103,9 @@ int DeleteMarked(QLM_Mesh& mesh) {
 
 } // namespace
 
-QLM_MaterialManager::QLM_MaterialManager() : sets(new QLM_MaterialSets), clipboard(new QLM_Material) {
-    clipboard->SetNameText(EmptyClipboard);
-}
+QLM_MaterialManager::QLM_MaterialManager() : clipboard(new QLM_Material) { clipboard->SetNameText(EmptyClipboard); }
 
 QLM_MaterialManager::~QLM_MaterialManager() = default;
-
-void QLM_MaterialManager::Initialize() {
-    sets->LoadFolder(
-        QLM_FormatText("%sLibrary%cMaterialSets%c", QLM_OS::Get().GetApplicationDirectory() + "Data/", '/', '/'));
-}
 
 void QLM_MaterialManager::Clear() {
     // The maps of the copy go with the project.
@@ -298,5 +298,6 @@ void QLM_MaterialManager::DropMap(QLM_MaterialMapSource* map, QLM_Material* mate
 }
 
 bool QLM_MaterialManager::ApplyMaterialSets(QLM_Object* object) {
-    return object && object->GetMesh() && sets->ApplyBest(*object, object->GetMesh()->GetMaterials());
+    const QLM_Mesh* mesh = object ? object->GetMesh() : nullptr;
+    return mesh && Maps().GetMaterialSets().ApplyBest(*object, mesh->GetMaterials());
 }

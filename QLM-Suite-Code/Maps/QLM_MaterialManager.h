@@ -15,8 +15,6 @@ class QLM_MaterialManager : public QLM_Manager {
   public:
     QLM_MaterialManager();
     ~QLM_MaterialManager() override;
-    /// Reads the material sets of the library.
-    void Initialize() override;
     void Clear() override;
 
     QLM_List<QLM_Material*> GetSelectedMaterials();
@@ -49,10 +47,8 @@ class QLM_MaterialManager : public QLM_Manager {
 
     /// Marks the object's materials with the set that fits; see QLM_MaterialSets::ApplyBest.
     bool ApplyMaterialSets(QLM_Object* object);
-    QLM_MaterialSets& GetMaterialSets() { return *sets; }
 
   private:
-    QLM_Owned<QLM_MaterialSets> sets;
     QLM_Owned<QLM_Material> clipboard;             ///< named "__QLM_EMPTY__" while it holds nothing
     std::map<std::string, uint32_t> clipboardMaps; ///< source of each channel that had one
 };

@@ -45,6 +45,16 @@ class TempFile {
     const std::string path;
 };
 
+/// The bytes of a PNG file of these pixels. False where there is no room for the file: the pixels still can be kept as
+/// they are.
+bool MakePNG(const uint8_t* pixels, uint32_t width, uint32_t height, std::vector<uint8_t>& bytes) {
+    const TempFile file("PNG");
+    std::string error;
+    if (SaveMapToFile(file.path, pixels, width, height, false, error) && file.Read(bytes)) return true;
+    QLM_Log("Cannot create a temporary file for the map.");
+    return false;
+}
+
 /// Decoded rows straight into a map's pixels; the alpha of a picture is left out.
 class ColorSink : public QLM_ImageSink {
   public:
@@ -93,16 +103,10 @@ bool QLM_MaterialMapSource::IsToBeSaved() {
 void QLM_MaterialMapSource::WritePixels(FILE* stream) {
     const uint8_t* block = GetPixels();
     if (!block) return;
-    if (WriteUncompressedRecords) {
-        WriteRawBlock(stream, "binaryData", block, GetByteCount());
-    } else {
-        const TempFile file("PNG");
-        std::string error;
-        std::vector<uint8_t> bytes;
-        if (SaveMapToFile(file.path, block, width, height, false, error) && file.Read(bytes))
-            QLM_WriteCompressedBlock(stream, "data", bytes.data(), bytes.size());
-        else QLM_Log("Cannot create a temporary file for the map.");
-    }
+    std::vector<uint8_t> picture;
+    const bool isPNG = !WriteUncompressedRecords && MakePNG(block, width, height, picture);
+    if (isPNG) QLM_WriteCompressedBlock(stream, "data", picture.data(), picture.size());
+    else WriteRawBlock(stream, "binaryData", block, GetByteCount());
     if (!HasMaskSameSize()) return;
     if (WriteUncompressedRecords) WriteRawBlock(stream, "maskBinary", Mask.GetPixels(), Mask.GetByteCount());
     else QLM_WriteCompressedBlock(stream, "mask", Mask.GetPixels(), Mask.GetByteCount());

@@ -147,16 +147,18 @@ void QLM_PaintPass::FillVertexWeights() {
 
 void QLM_PaintPass::PaintBinding(const QLM_MaterialMapBinding& binding) {
     QLM_MaterialMapSource* source = binding.GetSource();
-    if (!source || source->GetBool(ExcessiveOverlapKey) || !PrepareMap(*source)) return;
+    if (!source || source->GetBool(ExcessiveOverlapKey)) return;
+    // The list first: a map that is merely bound gets neither a layer's member nor a snapshot.
     BuildList(binding);
-    if (entries.empty()) return;
+    if (entries.empty() || !PrepareMap(*source)) return;
+    MeasureEntries();
     BuildBands();
     PaintBands();
     MergeResults(*source);
 }
 
 bool QLM_PaintPass::PrepareMap(QLM_MaterialMapSource& source) {
-    target = source.GetCurrentLayerData(true);
+    target = source.GetActiveLayerData(true);
     uint8_t* pixels = target && target->GetDepth() == 3 ? target->GetPixels() : nullptr;
     if (!pixels) return false;
     QLM_ImageMapBufferWorkhorse* snapshots = QLM_GetManagers().GetMapManager()->GetBufferWorkhorse();
@@ -201,14 +203,17 @@ void QLM_PaintPass::BuildList(const QLM_MaterialMapBinding& binding) {
         int8_t& takes = takesPaint[std::min(static_cast<size_t>(material), takesPaint.size() - 1)];
         if (takes < 0) {
             const QLM_Material* used = mesh.GetMaterialOfPolygon(p);
-            takes = used && QLM_MapManager::CanPaintMaterial(mesh.GetMapList(), *used, binding.GetID(),
-                                                             settings.channels, settings.shownChannel,
-                                                             tool.IsNeighbourType() ? &refusedChannel : nullptr);
+            takes = used && QLM_MapManager::CanPaintPolygonInChannel(
+                                mesh.GetMapList(), *used, binding.GetID(), settings.channels, settings.shownChannel,
+                                tool.IsNeighbourType() ? &refusedChannel : nullptr);
         }
         if (!takes) continue;
         entries.push_back({p, triangles, 0, 0, false, false});
         triangles += static_cast<uint32_t>(mesh.GetPolygonVertexCount(p) - 2);
     }
+}
+
+void QLM_PaintPass::MeasureEntries() {
     QLM_ThreadCrunch(
         static_cast<int64_t>(entries.size()),
         [this](const ThreadCrunchRange& range) {

@@ -74,6 +74,7 @@ class QLM_PaintPass {
     void PaintBinding(const QLM_MaterialMapBinding& binding);
     bool PrepareMap(QLM_MaterialMapSource& source);
     void BuildList(const QLM_MaterialMapBinding& binding);
+    void MeasureEntries();
     void MeasureEntry(Entry& entry) const;
     bool IsOverlayTouched(int polygon) const;
     void BuildBands();

@@ -28,7 +28,7 @@ inline uint8_t RoundChannel(int scaled) {
 } // namespace QLM_HSL
 
 /// Of channels that tie for the largest the later one decides the hue.
-inline QLM_ByteHSL QLM_RGBToHSL(const uint8_t* rgb) {
+inline QLM_ByteHSL RGBToHSL(const uint8_t* rgb) {
     const int r = rgb[0], g = rgb[1], b = rgb[2];
     const int largest = std::max({r, g, b}), smallest = std::min({r, g, b});
     const int sum = largest + smallest, spread = largest - smallest;
@@ -44,7 +44,7 @@ inline QLM_ByteHSL QLM_RGBToHSL(const uint8_t* rgb) {
 }
 
 /// Each channel rounded to the nearest. No saturation gives grey, whatever the hue.
-inline void QLM_HSLToRGB(QLM_ByteHSL hsl, uint8_t* rgb) {
+inline void HSLToRGB(QLM_ByteHSL hsl, uint8_t* rgb) {
     const int l = hsl.lightness, s = hsl.saturation;
     if (s == 0 || l == 0 || l == 255) {
         rgb[0] = rgb[1] = rgb[2] = hsl.lightness;

@@ -333,7 +333,7 @@ class QLM_RasterizerTemplateF : public Shader {
                                     t.sourceV.At(b1[i], b2[i]), color);
                 a *= ByteToFloat[color[3]];
             }
-            const uint8_t alpha = QLM_ClampByte(static_cast<int>(a * 255.0f));
+            const uint8_t alpha = ClampByte(static_cast<int>(a * 255.0f));
             if (alpha == 0) continue;
             Shader::Write(t, pixel + i, color, alpha);
             written = true;

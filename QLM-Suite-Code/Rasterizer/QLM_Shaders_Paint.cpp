@@ -4,6 +4,7 @@
 #include "Rasterizer/QLM_RasterizerTemplate.inl.h"
 
 #include <cstring>
+#include <type_traits>
 
 namespace {
 
@@ -11,7 +12,8 @@ constexpr uint8_t white[3] = {255, 255, 255};
 
 template <class Formula>
 void PaintPixel(const uint8_t* d, int m, const uint8_t* s, int a, const QLM_BlendParameters& p, uint8_t* out) {
-    QLM_PaintPixel<Formula>(d, m, Formula::forcesWhite ? white : s, a, p, out);
+    constexpr bool isWhite = std::is_base_of_v<QLM_Shader_ForceWhiteColor, Formula>;
+    QLM_PaintPixel<Formula>(d, m, isWhite ? white : s, a, p, out);
 }
 
 /// Blends by one formula and raises the mask.
@@ -37,33 +39,33 @@ template <class Formula> constexpr Mode ModeOf(int number) {
 }
 
 constexpr Mode modes[] = {
-    ModeOf<QLM_Blend_Normal>(0),
-    ModeOf<QLM_Blend_Color>(7),
-    ModeOf<QLM_Blend_Multiply>(8),
-    ModeOf<QLM_Blend_Overlay>(9),
-    ModeOf<QLM_Blend_Screen>(10),
-    ModeOf<QLM_Blend_RgbUp>(11),
-    ModeOf<QLM_Blend_SaturationUp>(12),
-    ModeOf<QLM_Blend_HueUp>(13),
-    ModeOf<QLM_Blend_Saturation>(14),
-    ModeOf<QLM_Blend_Hue>(15),
-    ModeOf<QLM_Blend_RgbDown>(18),
-    ModeOf<QLM_Blend_SaturationDown>(19),
-    ModeOf<QLM_Blend_HueDown>(20),
-    ModeOf<QLM_Blend_Lighten>(22),
-    ModeOf<QLM_Blend_LightenOnly>(23),
-    ModeOf<QLM_Blend_Lightness>(24),
-    ModeOf<QLM_Blend_Dodge>(25),
-    ModeOf<QLM_Blend_ContrastUp>(26),
-    ModeOf<QLM_Blend_NaturalContrastUp>(27),
-    ModeOf<QLM_Blend_Highlight>(28),
-    ModeOf<QLM_Blend_Darken>(32),
-    ModeOf<QLM_Blend_DarkenOnly>(33),
-    ModeOf<QLM_Blend_Burn>(34),
-    ModeOf<QLM_Blend_ContrastDown>(35),
-    ModeOf<QLM_Blend_NaturalContrastDown>(36),
-    ModeOf<QLM_Blend_Shade>(37),
-    ModeOf<QLM_Blend_Normal>(44),
+    ModeOf<QLM_Shader_Normal>(0),
+    ModeOf<QLM_Shader_Color>(7),
+    ModeOf<QLM_Shader_Multiply>(8),
+    ModeOf<QLM_Shader_Overlay>(9),
+    ModeOf<QLM_Shader_Screen>(10),
+    ModeOf<QLM_Shader_RgbUp>(11),
+    ModeOf<QLM_Shader_SaturationUp>(12),
+    ModeOf<QLM_Shader_HueUp>(13),
+    ModeOf<QLM_Shader_Saturation>(14),
+    ModeOf<QLM_Shader_Hue>(15),
+    ModeOf<QLM_Shader_RgbDown>(18),
+    ModeOf<QLM_Shader_SaturationDown>(19),
+    ModeOf<QLM_Shader_HueDown>(20),
+    ModeOf<QLM_Shader_Lighten>(22),
+    ModeOf<QLM_Shader_LightenOnly>(23),
+    ModeOf<QLM_Shader_Lightness>(24),
+    ModeOf<QLM_Shader_Dodge>(25),
+    ModeOf<QLM_Shader_ContrastUp>(26),
+    ModeOf<QLM_Shader_NaturalContrastUp>(27),
+    ModeOf<QLM_Shader_Highlight>(28),
+    ModeOf<QLM_Shader_Darken>(32),
+    ModeOf<QLM_Shader_DarkenOnly>(33),
+    ModeOf<QLM_Shader_Burn>(34),
+    ModeOf<QLM_Shader_ContrastDown>(35),
+    ModeOf<QLM_Shader_NaturalContrastDown>(36),
+    ModeOf<QLM_Shader_Shade>(37),
+    ModeOf<QLM_Shader_Normal>(44),
 };
 
 const Mode* FindMode(int number) {

@@ -9,7 +9,7 @@ namespace {
 /// Replaces colour, alpha, unlit colour and ID; the template has tested and stored the depth.
 struct QLM_Shader_RGBA_Replace : QLM_Shader {
     static void Write(const QLM_ScreenTriangle& t, int64_t pixel, const uint8_t* color, float light) {
-        const uint32_t l = QLM_ClampByte(static_cast<int>(light * 255.0f));
+        const uint32_t l = ClampByte(static_cast<int>(light * 255.0f));
         uint8_t* target = t.pixels + pixel * 4;
         // The product table's x / 255 in integers, exact up to 65535: a table as big as the cache would push the map
         // out.

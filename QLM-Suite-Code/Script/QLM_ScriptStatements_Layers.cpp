@@ -1,9 +1,9 @@
 // Statements of maps and their layers.
 
 #include "Core/OS/QLM_Files.h"
-#include "Core/OS/QLM_OS.h"
 #include "Engine/QLM_Engine.h"
 #include "Engine/QLM_Events.h"
+#include "Geometry/QLM_LayerManager.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Math/QLM_Random.h"
@@ -13,11 +13,7 @@
 namespace {
 
 QLM_MapManager& Maps() { return *QLM_GetManagers().GetMapManager(); }
-
-std::string LastMessage() {
-    const auto& recorded = QLM_OS::Get().recorded;
-    return recorded.empty() ? "the map can't be changed" : recorded.back().text;
-}
+QLM_MapLayerGroup& Layers() { return *QLM_GetManagers().GetLayerManager()->GetMapLayerTree(); }
 
 /// What follows the verb and the name.
 struct Call {
@@ -41,7 +37,7 @@ struct Call {
 // Layers.
 
 QLM_MapLayer* FindLayer(const std::string& word, std::string& error) {
-    QLM_MapLayerGroup& layers = *Maps().GetLayerTree();
+    QLM_MapLayerGroup& layers = Layers();
     if (QLM_MapLayer* layer = layers.FindLayer(word)) return layer;
     std::string name;
     int occurrence;
@@ -90,11 +86,11 @@ bool FadeLayer(QLM_MapLayer& layer, const Call& call) {
 }
 
 bool MoveLayer(QLM_MapLayer& layer, const Call& call) {
-    const long long count = static_cast<long long>(Maps().GetLayerTree()->GetLayers().size());
+    const long long count = static_cast<long long>(Layers().GetLayers().size());
     long long index;
     if (!QLM_ParseInteger(call.Word(0), 0, count - 1, index))
         return call.Fail("a layer's place is 0, the bottom, to " + std::to_string(count - 1));
-    Maps().GetLayerTree()->MoveLayer(&layer, static_cast<int>(index));
+    Layers().MoveLayer(&layer, static_cast<int>(index));
     return true;
 }
 
@@ -146,6 +142,7 @@ bool ParseSize(const Call& call, uint32_t& width, uint32_t& height) {
 
 bool CreateMap(const Call& call) {
     uint32_t width, height;
+    if (call.words[2].empty()) return call.Fail("a map needs a name");
     if (!ParseSize(call, width, height)) return false;
     float color[3] = {1, 1, 1};
     for (size_t i = 2; i < call.Count(); ++i) {
@@ -167,14 +164,14 @@ bool ResizeMap(QLM_MaterialMapSource& map, const Call& call) {
     if (!map.HasPixels()) return call.Fail(std::string("the map \"") + map.GetName() + "\" has no pixels");
     Maps().BeforeMapsChange();
     map.ResizeWithLayers(width, height);
-    map.SetBool("CALCULATE_OVERDRAW_REQUESTED", true, QLM_CustomPropertyContainer::Temporary);
+    Maps().StartOverdrawCheck(&map);
     QLM_PostEvent(QLM_Event_AllViewportsChanged);
     return true;
 }
 
 bool ImportMap(QLM_MaterialMapSource& map, const Call& call) {
     if (!Maps().ImportMapIntoCurrentLayer(&map, call.state.ReadPath(call.Word(0)), call.error)) return false;
-    map.SetBool("CALCULATE_OVERDRAW_REQUESTED", true, QLM_CustomPropertyContainer::Temporary);
+    Maps().StartOverdrawCheck(&map);
     return true;
 }
 
@@ -183,14 +180,14 @@ bool LoadMap(QLM_MaterialMapSource& map, const Call& call) {
     Maps().BeforeMapsChange();
     if (!map.LoadFromFileWithAlpha(path, call.error)) return false;
     map.SetMapFileName(path);
-    map.SetBool("CALCULATE_OVERDRAW_REQUESTED", true, QLM_CustomPropertyContainer::Temporary);
+    Maps().StartOverdrawCheck(&map);
     QLM_PostEvent(QLM_Event_AllViewportsChanged);
     return true;
 }
 
 bool ClearMap(QLM_MaterialMapSource& map, const Call& call) {
     if (call.Count() == 1 && call.Word(0) != "alt") return call.Fail("map clear takes a name, and alt behind it");
-    return Maps().ClearImageMaps({&map}, call.Count() == 1) || call.Fail(LastMessage());
+    return Maps().ClearImageMaps({&map}, call.Count() == 1, call.error);
 }
 
 bool ExportMap(QLM_MaterialMapSource& map, const Call& call) {
@@ -210,17 +207,13 @@ constexpr MapVerb mapVerbs[] = {
     {"import", 1, 1, ImportMap},
     {"load", 1, 1, LoadMap},
     {"invert", 0, 0,
-     [](QLM_MaterialMapSource& map, const Call& call) {
-         return Maps().InvertImageMaps({&map}) || call.Fail(LastMessage());
-     }},
+     [](QLM_MaterialMapSource& map, const Call& call) { return Maps().InvertImageMaps({&map}, call.error); }},
     {"grey", 0, 0,
      [](QLM_MaterialMapSource& map, const Call& call) {
-         return Maps().ConvertImageMapsToGreyscale({&map}) || call.Fail(LastMessage());
+         return Maps().ConvertImageMapsToGreyscale({&map}, call.error);
      }},
     {"normalize", 0, 0,
-     [](QLM_MaterialMapSource& map, const Call& call) {
-         return Maps().NormalizeImageMaps({&map}) || call.Fail(LastMessage());
-     }},
+     [](QLM_MaterialMapSource& map, const Call& call) { return Maps().NormalizeImageMaps({&map}, call.error); }},
     {"clear", 0, 1, ClearMap},
     {"export", 1, 3, ExportMap},
     {"export-layer", 1, 1,
@@ -250,7 +243,7 @@ void QLM_ReportLayers(FILE* out) {
         const uint8_t* pixels = map.GetPixels();
         return pixels ? QLM_Hash(pixels, map.GetByteCount()) : QLM_HashStart;
     };
-    for (QLM_MapLayer* layer : Maps().GetLayerTree()->GetLayers()) {
+    for (QLM_MapLayer* layer : Layers().GetLayers()) {
         std::string blend;
         QLM_MapLayer::GetBlendName(layer->BlendType, blend);
         QLM_JSONLine(out)

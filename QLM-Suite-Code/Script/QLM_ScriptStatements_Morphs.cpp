@@ -104,6 +104,7 @@ bool Load(QLM_ScriptState& state, const std::string& word, const std::string& fi
     QLM_ObjReadOptions options;
     options.importMaps = false;
     if (!QLM_ReadObjFile(state.ReadPath(file), target.Get(), options, error)) return false;
+    QLM_ShowQueuedObjWarnings();
     if (target->GetVCount() != mesh->GetVCount()) {
         error = "the morph \"" + name + "\" needs " + std::to_string(mesh->GetVCount()) + " vertices, but " + file +
                 " has " + std::to_string(target->GetVCount());

@@ -3,6 +3,7 @@
 #include "Commands/QLM_Commands.h"
 #include "Core/OS/QLM_OS.h"
 #include "Engine/QLM_Engine.h"
+#include "Engine/QLM_Events.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Maps/QLM_MapManager.h"
@@ -113,6 +114,43 @@ TEST_F(MaterialCommands, CopyAndPasteCarryMapsIntoOtherObjects) {
     EXPECT_EQ(other.GetMapList()[0]->polygons.size(), 2u);
 }
 
+TEST_F(MaterialCommands, BindingsFollowPolygonsAndMaps) {
+    QLM_MapManager& maps = *QLM_GetManagers().GetMapManager();
+    QLM_MaterialMapSource *early = scene.AddMap(object, 4, 4, 1, 2, 3), *late = maps.CreateMapSource();
+    late->Initialize(4, 4, late->DefaultColor);
+    QLM_Material* second = AddMaterial(mesh, "second");
+    // By the event of a dropped map, as by every other way, the polygons come along.
+    QLMEvent dropped(QLM_Event_AssignMap);
+    dropped.ids[0] = second->Color->GetID();
+    dropped.ids[1] = late->GetID();
+    dropped.ids[2] = second->GetID();
+    EXPECT_EQ(QLM_DispatchEvent(dropped), 1);
+    SetWeights(mesh, {0, 1, 1, 1});
+    manager.SelectMaterial(second);
+    const auto isRequested = [](const QLM_MaterialMapSource* map) {
+        return map->GetBool("CALCULATE_OVERDRAW_REQUESTED") && !map->GetBool("FULLY_PROCESSED");
+    };
+    for (QLM_MaterialMapSource* map : {early, late}) {
+        map->SetBool("CALCULATE_OVERDRAW_REQUESTED", false);
+        map->SetBool("FULLY_PROCESSED", true);
+    }
+    Run("AssignMaterialToSelection");
+    ASSERT_EQ(mesh.GetMapList().Count(), 2);
+    EXPECT_EQ(mesh.GetMapList()[0]->polygons, std::vector<int32_t>{0});
+    EXPECT_EQ(mesh.GetMapList()[1]->polygons, std::vector<int32_t>{1});
+    for (const QLM_MaterialMapSource* map : {early, late}) EXPECT_TRUE(isRequested(map)) << "covers other pixels now";
+
+    const uint32_t lateID = late->GetID();
+    QLM_List<QLM_MaterialMapSource*> doomed = {late};
+    QLM_OS::Get().queuedAnswers = {"no", "yes"};
+    EXPECT_FALSE(maps.DeleteImageMaps(doomed));
+    EXPECT_TRUE(maps.DeleteImageMaps(doomed));
+    EXPECT_EQ(QLM_FindBaseClassByID(lateID), nullptr);
+    EXPECT_EQ(second->Color->MapBindingID, 0u);
+    ASSERT_EQ(mesh.GetMapList().Count(), 1) << "bindings go with their map";
+    EXPECT_EQ(QLM_GetChannelMap(mesh.GetMapList(), mesh.GetMaterials()[0]->Color), early);
+}
+
 TEST_F(MaterialCommands, MapsAreSharedInASubset) {
     QLM_Material* lips = AddMaterial(mesh, "lips");
     QLM_Material* eyes = AddMaterial(mesh, "eyes");
@@ -123,7 +161,7 @@ TEST_F(MaterialCommands, MapsAreSharedInASubset) {
     for (const char* name : {"face", "lips"}) set->subsets[0]->materials.emplace(name, name);
     set->subsets.Add(new QLM_MaterialSubset);
     set->subsets[1]->materials.emplace("eyes", "eyes");
-    manager.GetMaterialSets().AddItem(set);
+    QLM_GetManagers().GetMapManager()->GetMaterialSets().AddItem(set);
     ASSERT_TRUE(manager.ApplyMaterialSets(object));
 
     MapGroupInfo group;
@@ -157,7 +195,7 @@ TEST_F(MaterialCommands, MapsAreSharedInASubset) {
     manager.RemoveMap(group);
     EXPECT_EQ(QLM_GetChannelMap(mesh.GetMapList(), eyes->Color), nullptr);
     EXPECT_EQ(QLM_GetChannelMap(mesh.GetMapList(), lips->Color), map);
-    manager.GetMaterialSets().RemoveItem(set);
+    QLM_GetManagers().GetMapManager()->GetMaterialSets().RemoveItem(set);
     delete set;
 }
 

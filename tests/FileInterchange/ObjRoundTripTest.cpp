@@ -168,6 +168,36 @@ TEST_F(ObjRoundTrip, AMovedObjectIsWrittenWhereItStands) {
     EXPECT_EQ(mesh.ResolvedVertices[0][0], 0.5f) << "the resolved shape is as it was";
 }
 
+TEST_F(ObjRoundTrip, AWeldedObjectIsWrittenAsItCame) {
+    ASSERT_TRUE(Read("v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 1.001 0 0\nv 2 0 -1\nv 2 1 -1\nv 1.001 1 0\n"
+                     "g left:1\nf 1 2 3 4\ng right:2\nf 5 6 7 8\n"));
+    const auto write = [&] {
+        std::string failed;
+        EXPECT_TRUE(QLM_WriteObjFile(&Mesh(), folder + "w.obj", {}, failed)) << failed;
+        EXPECT_TRUE(QLM_WriteObjGroups(&Mesh(), folder + "w.obj", {}));
+        return Text(folder + "w.obj") + Text(folder + "w_left.OBJ") + Text(folder + "w_right.OBJ");
+    };
+    const std::string separate = write();
+    EXPECT_NE(separate.find("g left\nf 1//1"), std::string::npos) << "what follows a colon stays out of the file";
+    ASSERT_EQ(Mesh().Weld(0.01f, false, false, false), 2);
+    EXPECT_EQ(write(), separate);
+    EXPECT_TRUE(Mesh().IsWelded());
+    EXPECT_EQ(Mesh().GetWeldTarget(4), 1);
+}
+
+TEST_F(ObjRoundTrip, NeitherFileIsReplacedWithoutTheOther) {
+    ASSERT_TRUE(Read(Square + "f 1 2 3\n"));
+    Put("a.obj", "old");
+    fs::create_directory(folder + "a.mtl");
+    std::string failed;
+    EXPECT_FALSE(QLM_WriteObjFile(&Mesh(), folder + "a.obj", {}, failed));
+    EXPECT_EQ(failed, folder + "a.mtl");
+    EXPECT_EQ(Text(folder + "a.obj"), "old");
+    Put("b.mtl", "old");
+    EXPECT_FALSE(QLM_WriteObjFile(&Mesh(), folder + "b.mtl", {}, failed)) << "the object would be lost to its library";
+    EXPECT_EQ(Text(folder + "b.mtl"), "old");
+}
+
 TEST_F(ObjRoundTrip, GroupsAsSeparateFiles) {
     ASSERT_TRUE(Read(Square + "v 5 5 5\n" + UVs +
                      "g left arm\nusemtl skin\nf 3/4 2/3 1/2\ng leg\nf 1/1 3/2 4/3\nusemtl nail\nf 4/3 5/4 1/1\n"));
@@ -196,6 +226,11 @@ TEST_F(ObjRoundTrip, GroupsAsSeparateFiles) {
     EXPECT_FALSE(QLM_WriteObjGroups(&Mesh(), folder + "part.obj", {}));
     EXPECT_TRUE(WasTold("Error creating the file " + folder + "part_leg.OBJ"));
     EXPECT_TRUE(fs::exists(folder + "part_left arm.OBJ"));
+
+    const std::string told = "1 polygon(s) lie in no group, so no file holds them.";
+    ASSERT_TRUE(Read(Square + "f 1 2 3\ng leg\nf 1 3 4\n"));
+    ASSERT_TRUE(QLM_WriteObjGroups(&Mesh(), folder + "loose.obj", {}));
+    EXPECT_TRUE(WasTold(told));
 }
 
 TEST_F(ObjRoundTrip, MaterialsKeepMapsThatWereNotFoundAndUnsavedOnesAreNamed) {
@@ -217,6 +252,18 @@ TEST_F(ObjRoundTrip, MaterialsKeepMapsThatWereNotFoundAndUnsavedOnesAreNamed) {
     QLM_OS::Get().recorded.clear();
     ASSERT_TRUE(io.ExportObjectFile(painted->GetMesh(), folder + "c.obj", false, true));
     EXPECT_FALSE(WasTold(told));
+
+    // Files that their maps' names don't lead to are told by path, those that look like switches by name.
+    fs::create_directory(folder + "skins");
+    fs::copy_file(folder + "map.png", folder + "skins/100%.png");
+    fs::copy_file(folder + "map.png", folder + "map -b.png");
+    Put("d.mtl", "newmtl d\nmap_Kd skins\\100%.png\nmap_Bump map -b.png\nKd 1 nan 0\nd inf\n");
+    ASSERT_TRUE(io.ImportDroppedFile(Put("d.obj", "mtllib d.mtl\nusemtl d\n" + Square + "f 1 2 3\n")));
+    QLM_Object* skinned = QLM_GetManagers().GetObjectManager()->GetCurrentObject();
+    ASSERT_TRUE(io.ExportObjectFile(skinned->GetMesh(), folder + "e.obj", false, true));
+    EXPECT_EQ(Text(folder + "e.mtl"),
+              "newmtl d\nKa 1.000000 1.000000 1.000000\nKd 1.000000 1.000000 1.000000\nKs 1.000000 1.000000 1.000000\n"
+              "d 1.0000\nmap_kd skins/100%.png\nmap_Bump map -b.png\n");
 }
 
 } // namespace

@@ -112,7 +112,7 @@ def lzw(data):
 
 
 def tiff(pixel, bits, photometric, samples, packed=None, code=1, extra=(), tile=0, big_endian=False, colormap=(),
-         planes=False):
+         planes=False, start=8, subfile=0):
     order = ">" if big_endian else "<"
 
     def raw(xs, ys, plane=slice(None)):
@@ -133,13 +133,15 @@ def tiff(pixel, bits, photometric, samples, packed=None, code=1, extra=(), tile=
         tags += [(273, 4, None), (278, 4, [2]), (279, 4, [len(b) for b in blocks])]
     else:
         tags += [(322, 4, [tile]), (323, 4, [tile]), (324, 4, None), (325, 4, [len(b) for b in blocks])]
+    if subfile:
+        tags.append((254, 4, [subfile]))
     if extra:
         tags.append((338, 3, list(extra)))
     if colormap:
         tags.append((320, 3, list(colormap)))
     tags.sort(key=lambda t: t[0])
 
-    offsets, at = [], 8
+    offsets, at = [], start
     for block in blocks:
         offsets.append(at)
         at += len(block)
@@ -156,6 +158,13 @@ def tiff(pixel, bits, photometric, samples, packed=None, code=1, extra=(), tile=
             directory += struct.pack(order + "HHI", tag, kind, len(values)) + data.ljust(4, b"\0")
     return ((b"MM\0*" if big_endian else b"II*\0") + struct.pack(order + "I", at) + body
             + struct.pack(order + "H", len(tags)) + directory + bytes(4) + behind)
+
+
+def two_pages(subfile=0):
+    first, second = tiff(rgb, 8, 2, 3), tiff(rgba, 8, 2, 4, extra=[2], start=len(tiff(rgb, 8, 2, 3)), subfile=subfile)
+    directory = struct.unpack("<I", first[4:8])[0]
+    link = directory + 2 + 12 * struct.unpack("<H", first[directory:directory + 2])[0]
+    return first[:link] + second[4:8] + first[link + 4:] + second[8:]
 
 
 # ------------------------------------------------------------------------------------------------------------ others
@@ -213,6 +222,40 @@ def palette_bmp():
     colors = b"".join(bytes(reversed(PALETTE[3 * i:3 * i + 3])) + b"\0" for i in range(16))
     return (b"BM" + struct.pack("<IHHI", 54 + 64 + len(rows), 0, 0, 118)
             + struct.pack("<IiiHHIIiiII", 40, W, -H, 1, 4, 0, len(rows), 2835, 2835, 16, 16) + colors + rows)
+
+
+def packed_bmp():
+    """Four bits: plain pixels below, runs above, and a jump over the first pixel, which is 0."""
+    data = b""
+    for y in reversed(range(H)):
+        row = [level(4)(x, y)[0] for x in range(W)]
+        if y == 0:
+            data += b"\0\2\1\0" + b"".join(bytes((1, i << 4)) for i in row[1:])
+        elif y % 2:
+            data += bytes((2, row[0] << 4 | row[1])) + b"".join(bytes((1, i << 4)) for i in row[2:])
+        else:
+            data += bytes((0, W)) + pack(row, 4)
+        data += b"\0\0" if y else b"\0\1"
+    colors = b"".join(bytes(reversed(PALETTE[3 * i:3 * i + 3])) + b"\0" for i in range(16))
+    return (b"BM" + struct.pack("<IHHI", 118 + len(data), 0, 0, 118)
+            + struct.pack("<IiiHHIIiiII", 40, W, H, 1, 4, 2, len(data), 2835, 2835, 0, 0) + colors + data)
+
+
+def masked_bmp():
+    """The long header with masks for all four channels, in the order of memory."""
+    rows = b"".join(bytes(v for x in range(W) for v in rgba(x, y)) for y in reversed(range(H)))
+    header = struct.pack("<IiiHHIIiiII", 108, W, H, 1, 32, 3, len(rows), 2835, 2835, 0, 0)
+    header += struct.pack("<IIII", 0xFF, 0xFF00, 0xFF0000, 0xFF000000) + bytes(52)
+    return b"BM" + struct.pack("<IHHI", 122 + len(rows), 0, 0, 122) + header + rows
+
+
+def mirrored_tga():
+    """Five bits a colour and one of alpha, set in odd columns; the right column first."""
+    def pixel(x, y):
+        r, g, b = (v >> 3 for v in rgb(x, y))
+        return struct.pack("<H", x % 2 << 15 | r << 10 | g << 5 | b)
+    rows = b"".join(pixel(x, y) for y in reversed(range(H)) for x in reversed(range(W)))
+    return struct.pack("<BBBHHBHHHHBB", 0, 0, 2, 0, 0, 0, 0, 0, W, H, 16, 0x11) + rows
 
 
 def gif_codes(indices, root):
@@ -294,6 +337,7 @@ def pictures():
     yield "interlaced8.png", png(rgba, 8, 6, interlaced=True)
     yield "interlaced1.png", png(level(1), 1, 0, interlaced=True)
     yield "interlaced4.png", png(level(4), 4, 3, chunk(b"PLTE", PALETTE), interlaced=True)
+    yield "several.png", png(rgb, 8, 2, chunk(b"acTL", struct.pack(">II", 2, 0)))
     yield "interlaced16.png", png(wide(rgb), 16, 2, interlaced=True)
     yield "huge.png", png(rgb, 8, 2, size=(100000, 100000))
     yield "hollow.png", png(rgb, 8, 2, size=(30000, 30000))
@@ -317,17 +361,25 @@ def pictures():
 
     yield "rgb8-planes.tif", tiff(rgb, 8, 2, 3, lzw, 5, planes=True)
     yield "rgb16-lzw.tif", tiff(wide(rgb), 16, 2, 3, lzw, 5)
+    yield "channels.tif", tiff(lambda x, y: rgba(x, y) + [99, 7], 8, 2, 6, extra=[2, 0, 0])
+    yield "several.tif", two_pages()
+    yield "several-sizes.tif", two_pages(subfile=1)
     yield "associated.tif", tiff(lambda x, y: [s // 5 for s in rgb(x, y)] + [51], 8, 2, 4, extra=[1])
 
     yield "rgb.bmp", bmp()
     yield "rgba.bmp", deep_bmp()
     yield "palette4.bmp", palette_bmp()
+    yield "runs4.bmp", packed_bmp()
+    yield "masks.bmp", masked_bmp()
     yield "rgba.tga", tga()
+    yield "mirrored16.tga", mirrored_tga()
     yield "runs.tga", packed_tga()
     yield "grey.tga", grey_tga()
     yield "rgb-runs.tga", color_run_tga()
     yield "key.gif", gif([level(2)(x, y)[0] for x, y in ALL], (W, H), 2, PALETTE[:12], transparent=2)
     yield "interlaced.gif", gif([level(4)(x, y)[0] for x, y in ALL], (W, H), 4, PALETTE, True, [0, 4, 2, 1, 3])
+    frame = gif([level(4)(x, y)[0] for x, y in ALL], (W, H), 4, PALETTE, local=True)
+    yield "several.gif", frame[:-1] + frame[13:]
     yield "grown.gif", gif(noise(120 * 100), (120, 100), 8, bytes(v for i in range(256) for v in (i, 255 - i, i // 2)))
     yield "rgb.ppm", b"P6 # a comment\n7\t5\n255\n" + bytes(v for x, y in ALL for v in rgb(x, y))
 

@@ -408,29 +408,30 @@ TEST_F(Layers, PicturesGoIntoTheCurrentLayer) {
 
 TEST_F(Layers, EditsReachTheLayerThatTakesPaint) {
     QLM_MaterialMapSource* map = AddMap(2, 1, {0, 0, 0});
+    std::string error;
     SetPixels(*map, 2, 1, 3, {50, 100, 60, 70, 90, 80});
-    ASSERT_TRUE(manager.NormalizeImageMaps({map}));
+    ASSERT_TRUE(manager.NormalizeImageMaps({map}, error));
     EXPECT_EQ(PixelsOf(*map), (Bytes{0, 255, 51, 102, 204, 153}));
-    ASSERT_TRUE(manager.ConvertImageMapsToGreyscale({map}));
+    ASSERT_TRUE(manager.ConvertImageMapsToGreyscale({map}, error));
     EXPECT_EQ(PixelsOf(*map), (Bytes{102, 102, 102, 153, 153, 153}));
 
     manager.CreateMapLayer("Paint");
-    ASSERT_TRUE(manager.InvertImageMaps({map}));
+    ASSERT_TRUE(manager.InvertImageMaps({map}, error));
     EXPECT_EQ(PixelsOf(*map), (Bytes{102, 102, 102, 153, 153, 153})) << "what it holds is the base layer's";
     map->GetCurrentLayerData(true);
     manager.CreateMapLayer("Above");
     const Bytes composite = Composite(map);
-    ASSERT_TRUE(manager.InvertImageMaps({map}));
-    ASSERT_TRUE(manager.ClearImageMaps({map}, false));
+    ASSERT_TRUE(manager.InvertImageMaps({map}, error));
+    ASSERT_TRUE(manager.ClearImageMaps({map}, false, error));
     EXPECT_EQ(map->GetCurrentLayerData(false), nullptr);
     EXPECT_EQ(Composite(map), composite) << "a map without that member is skipped";
-    ASSERT_TRUE(manager.ClearImageMaps({map}, true));
+    ASSERT_TRUE(manager.ClearImageMaps({map}, true, error));
     EXPECT_EQ(Composite(map), Bytes(6, 0)) << "opaque background colour";
-    ASSERT_TRUE(manager.ClearImageMaps({map}, false));
+    ASSERT_TRUE(manager.ClearImageMaps({map}, false, error));
     EXPECT_EQ(Composite(map), composite) << "plain clearing makes the layer transparent";
     manager.GetCurrentMapLayer()->Hide();
-    EXPECT_FALSE(manager.InvertImageMaps({map}));
-    EXPECT_EQ(QLM_OS::Get().recorded.back().text, "The image map layer 'Above' is hidden");
+    EXPECT_FALSE(manager.InvertImageMaps({map}, error));
+    EXPECT_EQ(error, "The image map layer 'Above' is hidden");
 }
 
 /// A stream for one record.
@@ -458,13 +459,17 @@ TEST_F(Layers, RecordsComeBackWithEveryByte) {
     Find("Paint")->Lock();
     manager.SetCurrentMapLayer(Find("Paint"));
 
-    for (const bool uncompressed : {false, true}) {
-        QLM_MaterialMapSource::WriteUncompressedRecords = uncompressed;
+    const char* const folder = getenv("TMPDIR");
+    const std::string formerFolder = folder ? folder : "/tmp";
+    for (const char* way : {"pictures", "raw", "no room for pictures"}) {
+        QLM_MaterialMapSource::WriteUncompressedRecords = way[0] == 'r';
         Record tree, record, plainRecord;
+        if (way[0] == 'n') setenv("TMPDIR", "/proc", 1); // takes no files
         ASSERT_TRUE(manager.GetLayerTree()->SaveToStream_Text(tree.file));
         ASSERT_TRUE(map->SaveToStream_Text(record.file));
         ASSERT_TRUE(plain->SaveToStream_Text(plainRecord.file));
         QLM_MaterialMapSource::WriteUncompressedRecords = false;
+        setenv("TMPDIR", formerFolder.c_str(), 1);
         for (FILE* file : {tree.file, record.file, plainRecord.file}) rewind(file);
 
         QLM_MapManager other;
@@ -488,6 +493,20 @@ TEST_F(Layers, RecordsComeBackWithEveryByte) {
         EXPECT_EQ(PixelsOf(loadedPlain->Mask), PixelsOf(plain->Mask)) << "no layer, yet the mask is kept";
         other.Clear();
     }
+}
+
+TEST_F(Layers, NamesTieMembersToLayers) {
+    for (const char* name : {"Skin", "  ", " Skin "}) manager.CreateMapLayer(name);
+    std::string names;
+    for (QLM_MapLayer* layer : manager.GetLayerTree()->GetLayers()) names += std::string(layer->GetName()) + ";";
+    EXPECT_EQ(names, "Background;Skin;New Layer;Skin (1);") << "a record loses the blanks around a name";
+    // One that a name can't be is kept otherwise, and found all the same.
+    const Record tree("{\nmapLayer\t50%: low\n{\n}\n}\n"),
+        record("{\nWidth\t1\nHeight\t1\nlayer\t50%: low\n{\nWidth\t1\nHeight\t1\n}\n}\n");
+    ASSERT_TRUE(manager.GetLayerTree()->LoadFromStream_Text(tree.file, 0));
+    QLM_MaterialMapSource* map = manager.CreateMapSource();
+    EXPECT_TRUE(map->LoadFromStream_Text(record.file, 0));
+    EXPECT_EQ(map->GetMembers().size(), 1u);
 }
 
 TEST_F(Layers, SeedRecordsLoadAndShow) {

@@ -177,8 +177,12 @@ class MapManager : public MapTest {
 TEST_F(MapManager, BindsOncePerObjectAndMap) {
     QLM_MaterialMapSource* map = manager.CreateMapSource();
     EXPECT_STREQ(map->GetName(), "New Map.PNG");
+    manager.RenameMap(map, "");
+    EXPECT_STREQ(map->GetName(), "New Map.PNG") << "nobody could ask for a map without a name";
     EXPECT_EQ(manager.GetBinding(&list, map, false), nullptr);
+    material.Color->mapFileName = "not there.png";
     manager.AssignMapToMaterialChannel(&list, material.Color, map);
+    EXPECT_EQ(material.Color->mapFileName, "") << "or it would come back when the map goes";
     manager.AssignMapToMaterialChannel(&list, material.Bump, map);
     ASSERT_EQ(list.Count(), 1);
     EXPECT_EQ(list[0]->SourceID, map->GetID());
@@ -209,7 +213,7 @@ TEST_F(MapManager, PaintsTheChannelsThatAreSwitchedOn) {
     const auto canPaint = [&](uint32_t binding, int switchedOn, const char* shown) {
         bool switches[8] = {};
         switches[switchedOn] = true;
-        return QLM_MapManager::CanPaintMaterial(list, material, binding, switches, shown);
+        return QLM_MapManager::CanPaintPolygonInChannel(list, material, binding, switches, shown);
     };
     EXPECT_TRUE(canPaint(colorID, 0, "Color"));
     EXPECT_FALSE(canPaint(bumpID, 0, "Color")) << "paint for the shown channel stays out of the bump map";
@@ -221,10 +225,10 @@ TEST_F(MapManager, PaintsTheChannelsThatAreSwitchedOn) {
     // A tool that reads the viewport paints the shown channel alone and names the other.
     const bool bumpOn[8] = {false, false, true};
     std::string refused;
-    EXPECT_FALSE(QLM_MapManager::CanPaintMaterial(list, material, bumpID, bumpOn, "Color", &refused));
+    EXPECT_FALSE(QLM_MapManager::CanPaintPolygonInChannel(list, material, bumpID, bumpOn, "Color", &refused));
     EXPECT_EQ(refused, "Bump");
     refused.clear();
-    EXPECT_TRUE(QLM_MapManager::CanPaintMaterial(list, material, bumpID, bumpOn, "Bump", &refused));
+    EXPECT_TRUE(QLM_MapManager::CanPaintPolygonInChannel(list, material, bumpID, bumpOn, "Bump", &refused));
     EXPECT_EQ(refused, "");
     EXPECT_FALSE(canPaint(0, 0, "Transparency")) << "no binding, although channels without a map carry 0 too";
 }

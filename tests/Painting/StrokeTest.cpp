@@ -6,6 +6,7 @@
 #include "Engine/QLM_Engine.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
+#include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Math/QLM_Random.h"
 #include "Painting/QLM_TouchupBrush.h"
@@ -171,8 +172,12 @@ TEST_F(Stroke, MirrorAndChannelsFollowTheSwitchesOfThePress) {
     // Bump alone takes paint: the map of Color stays.
     const uint64_t before = MapHash();
     tools.paintChannels[2] = true;
+    QLM_MapManager& maps = *QLM_GetManagers().GetMapManager();
+    maps.CreateMapLayer("Paint");
     scene.Click(256, 256);
     EXPECT_EQ(MapHash(), before);
+    EXPECT_FALSE(map->HasLayerData()) << "it is merely bound";
+    maps.GetLayerTree()->DeleteAllItems();
     // No channel, or no texture to be seen: refused with a message, and no state left behind.
     tools.paintChannels[2] = false;
     EXPECT_FALSE(engine->PointerPress(QLM_Engine::Button::Left, 256, 256, {}));

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <map>
 #include <random>
+#include <set>
 #include <sstream>
 #include <vector>
 
@@ -37,58 +37,39 @@ Pixel PixelAt(const std::vector<int>& numbers, size_t at) {
             static_cast<uint8_t>(numbers[at + 2])};
 }
 
-const std::map<std::string, QLM_PaintPixelFunction> paintForms = {
-    {"Normal", QLM_PaintPixel<QLM_Blend_Normal>},
-    {"Lighten", QLM_PaintPixel<QLM_Blend_Lighten>},
-    {"Darken", QLM_PaintPixel<QLM_Blend_Darken>},
-    {"LightenOnly", QLM_PaintPixel<QLM_Blend_LightenOnly>},
-    {"DarkenOnly", QLM_PaintPixel<QLM_Blend_DarkenOnly>},
-    {"Multiply", QLM_PaintPixel<QLM_Blend_Multiply>},
-    {"Overlay", QLM_PaintPixel<QLM_Blend_Overlay>},
-    {"Screen", QLM_PaintPixel<QLM_Blend_Screen>},
-    {"HardLight", QLM_PaintPixel<QLM_Blend_HardLight>},
-    {"SoftLight", QLM_PaintPixel<QLM_Blend_SoftLight>},
-    {"Dodge", QLM_PaintPixel<QLM_Blend_Dodge>},
-    {"Burn", QLM_PaintPixel<QLM_Blend_Burn>},
-    {"Exclusion", QLM_PaintPixel<QLM_Blend_Exclusion>},
-    {"Difference", QLM_PaintPixel<QLM_Blend_Difference>},
-    {"Hue", QLM_PaintPixel<QLM_Blend_Hue>},
-    {"HueUp", QLM_PaintPixel<QLM_Blend_HueUp>},
-    {"HueDown", QLM_PaintPixel<QLM_Blend_HueDown>},
-    {"Lightness", QLM_PaintPixel<QLM_Blend_Lightness>},
-    {"Saturation", QLM_PaintPixel<QLM_Blend_Saturation>},
-    {"SaturationUp", QLM_PaintPixel<QLM_Blend_SaturationUp>},
-    {"SaturationDown", QLM_PaintPixel<QLM_Blend_SaturationDown>},
-    {"RgbUp", QLM_PaintPixel<QLM_Blend_RgbUp>},
-    {"RgbDown", QLM_PaintPixel<QLM_Blend_RgbDown>},
-    {"Color", QLM_PaintPixel<QLM_Blend_Color>},
-    {"ContrastUp", QLM_PaintPixel<QLM_Blend_ContrastUp>},
-    {"ContrastDown", QLM_PaintPixel<QLM_Blend_ContrastDown>},
-    {"NaturalContrastUp", QLM_PaintPixel<QLM_Blend_NaturalContrastUp>},
-    {"NaturalContrastDown", QLM_PaintPixel<QLM_Blend_NaturalContrastDown>},
-    {"Highlight", QLM_PaintPixel<QLM_Blend_Highlight>},
-    {"Shade", QLM_PaintPixel<QLM_Blend_Shade>},
-};
+/// In the order of the formulas.
+const char* const formulaNames[] = {
+    "Normal", "Lighten", "Darken", "LightenOnly", "DarkenOnly", "Multiply", "Overlay", "Screen", "HardLight",
+    "SoftLight", "Dodge", "Burn", "Exclusion", "Difference", "Hue", "HueUp", "HueDown", "Lightness", "Saturation",
+    "SaturationUp", "SaturationDown", "RgbUp", "RgbDown", "Color", "ContrastUp", "ContrastDown",
+    "NaturalContrastUp", "NaturalContrastDown", "Highlight", "Shade"};
+
+template <size_t... type> auto PaintForms(std::index_sequence<type...>) {
+    return std::array{&QLM_PaintPixel<std::tuple_element_t<type, QLM_LayerBlendFormulas>>...};
+}
 
 TEST_F(Shader, PaintFormsMatchTheVectors) {
     std::ifstream file(QLM_SOURCE_DIR "/../shared/vectors/shaders.tsv");
     if (!file) GTEST_SKIP() << "shared/vectors/shaders.tsv is not here";
     SetSaturationSpread(0.1f);
-    std::map<std::string, int> rows;
+    const auto forms = PaintForms(std::make_index_sequence<QLM_BlendTypeCount>());
+    std::set<std::string> shaders;
     for (std::string line, word; std::getline(file, line);) {
         const std::vector<int> numbers = NumbersOf(line, word);
-        const auto form = paintForms.find(word.substr(std::min(word.size(), sizeof "QLM_Shader_" - 1)));
-        if (numbers.size() != 13 || form == paintForms.end()) continue;
+        const auto name = std::find(std::begin(formulaNames), std::end(formulaNames),
+                                    word.substr(std::min(word.size(), sizeof "QLM_Shader_" - 1)));
+        if (numbers.size() != 13 || name == std::end(formulaNames)) continue;
         const Pixel d = PixelAt(numbers, 0), s = PixelAt(numbers, 3);
         const int a = numbers[6], m = numbers[7];
         Pixel out;
-        form->second(d.data(), m, s.data(), a, {numbers[8], SaturationSpread()}, out.data());
+        forms[static_cast<size_t>(name - formulaNames)](d.data(), m, s.data(), a, {numbers[8], SaturationSpread()},
+                                                        out.data());
         EXPECT_EQ(out, PixelAt(numbers, 9)) << line;
         EXPECT_EQ(QLM_RaiseMask(m, a), numbers[12]) << line;
-        ++rows[word];
+        shaders.insert(word);
     }
     SetSaturationSpread(0.0f);
-    EXPECT_EQ(rows.size(), paintForms.size());
+    EXPECT_EQ(shaders.size(), forms.size());
 }
 
 template <size_t... type> auto ResolveForms(std::index_sequence<type...>) {
@@ -128,17 +109,17 @@ TEST_F(Shader, HueLightnessAndSaturation) {
         {{90, 90, 90}, 0, 90, 0},
     };
     for (const auto& expected : all) {
-        const QLM_ByteHSL hsl = QLM_RGBToHSL(expected.rgb.data());
+        const QLM_ByteHSL hsl = RGBToHSL(expected.rgb.data());
         EXPECT_EQ(hsl.hue, expected.hue);
         EXPECT_EQ(hsl.lightness, expected.lightness);
         EXPECT_EQ(hsl.saturation, expected.saturation);
     }
     Pixel rgb;
-    QLM_HSLToRGB({77, 255, 200}, rgb.data());
+    HSLToRGB({77, 255, 200}, rgb.data());
     EXPECT_EQ(rgb, (Pixel{255, 255, 255}));
-    QLM_HSLToRGB({77, 0, 200}, rgb.data());
+    HSLToRGB({77, 0, 200}, rgb.data());
     EXPECT_EQ(rgb, (Pixel{0, 0, 0}));
-    QLM_HSLToRGB({85, 100, 255}, rgb.data());
+    HSLToRGB({85, 100, 255}, rgb.data());
     EXPECT_EQ(rgb, (Pixel{0, 200, 0}));
 }
 

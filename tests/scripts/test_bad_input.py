@@ -72,6 +72,8 @@ accepted("answer yes\nimport wide.obj\nanswer no\nimport wide.obj")
 # Files of which the rest loads.
 put("indices.obj", QUAD + "f 1/1 2/2 3/3 4/4\nf 1 2 99\nf 1000000000/1 2/1000000000 3/3\nf -1 -2 -3\nf 1/1000000000 2/-77 3/3\nf 1 2\n")
 check(loaded("indices.obj")["polygons"] == 3, "polygons with bad vertices go, the others stay")
+told = accepted("import indices.obj\nimport indices.obj").stderr.count("OBJ file contains polygons with bad UV")
+check(told == 1, f"bad texture vertices are told once in a process, not {told} times")
 put("long.obj", QUAD + "# " + "x" * 100000 + "\nf 1/1 2/2 3/3 4/4\n")
 check(loaded("long.obj")["polygons"] == 1, "a long line is passed")
 put("half.obj", QUAD + "f 1/1 2/2 3/3 4/4\nf 1/1 2/")

@@ -107,10 +107,12 @@ std::string QLM_MakeTempFileName(const std::string& folder, const std::string& e
 
 QLM_SafeFileWriter::QLM_SafeFileWriter(const std::string& targetIn)
     : target(FollowLink(QLM_ResolveFolderCase(targetIn))) {
+    const mode_t mode = ModeOf(target);
+    if (mode != 0 && !S_ISREG(mode)) return;
     temporary = CreateRandomFile(QLM_FolderOf(target), "tmp", 0666);
     if (temporary.empty()) return;
     file = std::fopen(temporary.c_str(), "w+b");
-    if (const mode_t mode = ModeOf(target); S_ISREG(mode)) chmod(temporary.c_str(), mode & 07777);
+    if (mode != 0) chmod(temporary.c_str(), mode & 07777);
 }
 
 QLM_SafeFileWriter::~QLM_SafeFileWriter() {
@@ -118,13 +120,18 @@ QLM_SafeFileWriter::~QLM_SafeFileWriter() {
     if (!temporary.empty()) unlink(temporary.c_str());
 }
 
-bool QLM_SafeFileWriter::Commit() {
-    if (!file) return false;
-    bool good = std::fflush(file) == 0 && !std::ferror(file);
-    good = fsync(fileno(file)) == 0 && good;
-    good = std::fclose(file) == 0 && good;
+bool QLM_SafeFileWriter::Finish() {
+    if (!file) return isWhole;
+    isWhole = std::fflush(file) == 0 && !std::ferror(file);
+    isWhole = fsync(fileno(file)) == 0 && isWhole;
+    isWhole = std::fclose(file) == 0 && isWhole;
     file = nullptr;
-    if (!good || std::rename(temporary.c_str(), target.c_str()) != 0) return false;
+    return isWhole;
+}
+
+bool QLM_SafeFileWriter::Commit() {
+    if (!Finish() || std::rename(temporary.c_str(), target.c_str()) != 0) return false;
     temporary.clear();
+    isWhole = false;
     return true;
 }

@@ -55,7 +55,8 @@ bool QLM_GunzipFile(const std::string& source, const std::string& target, std::s
 /// Creates an empty file (O_EXCL) with ten random capital letters as stem in `folder` and returns its path.
 std::string QLM_MakeTempFileName(const std::string& folder, const std::string& extension);
 
-/// Writes beside the target and renames over it on Commit; without Commit the target stays as it was.
+/// Writes beside the target and renames over it on Commit; without Commit the target stays as it was. What is there and
+/// is no regular file (a folder, a device, a pipe) is never replaced.
 class QLM_SafeFileWriter {
   public:
     explicit QLM_SafeFileWriter(const std::string& target);
@@ -66,10 +67,14 @@ class QLM_SafeFileWriter {
     FILE* GetStream() const { return file; }
     /// The path written to until Commit, for libraries that open files themselves.
     const std::string& GetTemporaryPath() const { return temporary; }
-    /// Closes and renames; false when a write, the close or the rename failed (the target is untouched).
+    /// Closes what was written; false when a write or the close failed. For files that go out together: finish all,
+    /// then commit all.
+    bool Finish();
+    /// Finishes and renames; false when a write, the close or the rename failed (the target is untouched).
     bool Commit();
 
   private:
     std::string target, temporary;
     FILE* file = nullptr;
+    bool isWhole = false;
 };

@@ -81,7 +81,7 @@ void QLM_BaseClassA::SetTreePath(const char* path) {
 }
 
 bool QLM_BaseClassA::SaveToStream_Text(FILE* stream, bool) {
-    QLM_WriteText(stream, "Name", name);
+    QLM_WriteText(stream, "Name", GetName());
     QLM_WriteInt(stream, "ReadOnly", readOnly);
     QLM_WriteInt(stream, "Collapsed", collapsed);
     if (id) QLM_WriteInt(stream, "ID", id);

@@ -5,6 +5,7 @@
 #include "Geometry/QLM_Mesh.h"
 
 #include <algorithm>
+#include <cmath>
 #include <unordered_map>
 
 namespace {
@@ -22,17 +23,29 @@ std::string EraseSwitches(std::string_view remainder) {
     return std::string(QLM_Scan::Trim(text));
 }
 
+/// What a statement is about. A file may bear a name that looks like a switch: one that is there is meant as it stands.
+std::string ValueOf(std::string_view remainder, const std::string& folder) {
+    std::string erased = EraseSwitches(remainder), whole(remainder);
+    return erased != whole && QLM_FileExists(folder + whole) ? whole : erased;
+}
+
+/// Reads all numbers or nothing; one that isn't finite counts as none.
+bool Numbers(const std::string& text, float* out, int count) {
+    return QLM_Scan::Floats(text, out, count) == count &&
+           std::all_of(out, out + count, [](float x) { return std::isfinite(x); });
+}
+
 /// One statement on the selected material.
 void Statement(QLM_Material& material, std::string_view token, const std::string& remainder, bool importMaps) {
     const auto is = [token](const char* name) { return QLM_CompareNoCase(token, name) == 0; };
     float value[3];
     if (is("Ns")) {
-        if (QLM_Scan::Floats(remainder, value, 1) == 1) material.Glossy->Strength = value[0] / 100.0f;
+        if (Numbers(remainder, value, 1)) material.Glossy->Strength = value[0] / 100.0f;
     } else if (is("d")) {
-        if (QLM_Scan::Floats(remainder, value, 1) == 1)
+        if (Numbers(remainder, value, 1))
             material.Transparency->Strength = std::clamp(1.0f - value[0], 0.0f, 1.0f);
     } else if (is("Ka") || is("Kd") || is("Ks")) {
-        if (QLM_Scan::Floats(remainder, value, 3) != 3) return;
+        if (!Numbers(remainder, value, 3)) return;
         QLM_MaterialChannel* channel = is("Ka") ? material.Ambient : is("Kd") ? material.Color : material.Specular;
         std::copy(value, value + 3, channel->Color);
     } else if (importMaps && !remainder.empty()) {
@@ -53,6 +66,7 @@ void QLM_ReadMtlFile(const std::string& path, QLM_Mesh* mesh, bool importMaps) {
     // By name once: a library of a thousand materials must not be searched a thousand times. The first of a name wins.
     std::unordered_map<std::string, QLM_Material*> byName;
     for (QLM_Material* material : mesh->GetMaterials()) byName.try_emplace(material->GetName(), material);
+    const std::string folder = QLM_FolderOf(path);
     QLM_Material* selected = nullptr;
     std::string_view line, rest;
     QLM_TextBlocks blocks(stream, LineLimit, BlockBytes);
@@ -65,7 +79,7 @@ void QLM_ReadMtlFile(const std::string& path, QLM_Mesh* mesh, bool importMaps) {
                 const auto found = byName.find(QLM_CleanName(std::string(rest)));
                 selected = found == byName.end() ? nullptr : found->second;
             } else if (selected) {
-                Statement(*selected, token, EraseSwitches(rest), importMaps);
+                Statement(*selected, token, ValueOf(rest, folder), importMaps);
             }
         }
     }

@@ -8,19 +8,40 @@
 #include "Geometry/QLM_Object.h"
 #include "Maps/QLM_MaterialMapSource.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
 
 constexpr float MovedShareOfDiagonal = 1e-6f;
 
-/// What a line of the library says of a channel's map: its name, or that of a file that was not found.
-std::string MapNameOf(const QLM_Mesh& mesh, const QLM_MaterialChannel& channel) {
+/// Files hold what was imported: while one lives, a welded mesh stands as separate vertices.
+class Unwelded {
+  public:
+    // The refresh that goes with it needs workers, which may hang in what went wrong.
+    explicit Unwelded(QLM_Mesh& meshIn) : mesh(meshIn), changed(!QLM_IsFailureUnderWay() && mesh.Unweld()) {}
+    ~Unwelded() {
+        if (changed) mesh.Reweld();
+    }
+    Unwelded(const Unwelded&) = delete;
+    Unwelded& operator=(const Unwelded&) = delete;
+
+  private:
+    QLM_Mesh& mesh;
+    const bool changed;
+};
+
+/// What a line of the library in `folder` says of a channel's map: its name, or that of a file that was not found. The
+/// name of a map whose file lies deeper, or bears letters that names can't, would lead nowhere: it is told by its path.
+std::string MapNameOf(const QLM_Mesh& mesh, const QLM_MaterialChannel& channel, const std::string& folder) {
     const QLM_MaterialMapSource* map = QLM_GetChannelMap(mesh.GetMapList(), &channel);
-    return map ? map->GetName() : channel.mapFileName;
+    if (!map) return channel.mapFileName;
+    const std::string path = QLM_NativePath(map->GetMapFileName());
+    const bool isBelow = !folder.empty() && path.starts_with(folder);
+    return isBelow && !QLM_FileExists(folder + map->GetName()) ? path.substr(folder.size()) : map->GetName();
 }
 
-void WriteMtl(FILE* file, const QLM_Mesh& mesh) {
+void WriteMtl(FILE* file, const QLM_Mesh& mesh, const std::string& folder) {
     for (const QLM_Material* material : mesh.GetMaterials()) {
         QLM_PrintToFile(file, "newmtl %s\n", material->GetName());
         const std::pair<const char*, const QLM_MaterialChannel*> colors[] = {
@@ -32,7 +53,7 @@ void WriteMtl(FILE* file, const QLM_Mesh& mesh) {
             {"map_kd", material->Color},    {"map_Bump", material->Bump},  {"map_d", material->Transparency},
             {"map_ks", material->Specular}, {"map_ka", material->Ambient}, {"disp", material->Displacement}};
         for (const auto& [key, channel] : maps)
-            if (const std::string name = MapNameOf(mesh, *channel); !name.empty())
+            if (const std::string name = MapNameOf(mesh, *channel, folder); !name.empty())
                 QLM_PrintToFile(file, "%s %s\n", key, name);
     }
 }
@@ -93,7 +114,8 @@ class GroupWriter {
     explicit GroupWriter(const QLM_Mesh& meshIn)
         : mesh(meshIn), vertexNumbers(static_cast<size_t>(mesh.GetVCount()), -1),
           textureNumbers(static_cast<size_t>(mesh.GetVTCount()), -1),
-          firstOfVertex(static_cast<size_t>(mesh.GetVCount()) + 1, 0) {
+          firstOfVertex(static_cast<size_t>(mesh.GetVCount()) + 1, 0),
+          isWritten(static_cast<size_t>(mesh.GetPCount()), false) {
         // A polygon that lies in a group has its first corner there: finding it by that corner is enough.
         for (int p = 0; p < mesh.GetPCount(); ++p)
             if (mesh.GetPolygonVertexCount(p) > 0) ++firstOfVertex[FirstVertex(p) + 1];
@@ -134,6 +156,9 @@ class GroupWriter {
             if (IsVertex(v)) vertexNumbers[static_cast<size_t>(v)] = -1;
     }
 
+    /// Polygons that no file so far holds.
+    int CountLeftOut() const { return static_cast<int>(std::count(isWritten.begin(), isWritten.end(), false)); }
+
   private:
     bool IsVertex(int32_t v) const { return v >= 0 && v < mesh.GetVCount(); }
     size_t FirstVertex(int p) const { return static_cast<size_t>(mesh.GetPolygon(p).corners[0].vertex); }
@@ -170,6 +195,7 @@ class GroupWriter {
         for (const int32_t p : polygons) {
             WriteMaterialChange(out, mesh, material, mesh.GetPolygonMaterial(p));
             material = mesh.GetPolygonMaterial(p);
+            isWritten[static_cast<size_t>(p)] = true;
             out << "f ";
             for (int i = 0; i < mesh.GetPolygonVertexCount(p); ++i) {
                 const int texture = mesh.GetPolygonTextureVertex(p, i);
@@ -184,6 +210,7 @@ class GroupWriter {
     const QLM_Mesh& mesh;
     std::vector<int32_t> vertexNumbers, textureNumbers;  ///< in the present file; all -1 between two files
     std::vector<int32_t> firstOfVertex, polygonsByFirst; ///< by the vertex of the first corner, ascending
+    std::vector<bool> isWritten;
     QLM_LineBuffer out;
 };
 
@@ -192,35 +219,36 @@ class GroupWriter {
 bool QLM_WriteObjFile(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWriteOptions& options,
                       std::string& failedPath) {
     QLM_TRACE(2);
-    const std::string mtlName = QLM_StemOf(path) + ".mtl", mtlPath = QLM_FolderOf(path) + mtlName;
-    QLM_SafeFileWriter mtl(mtlPath);
-    if (!mtl.GetStream()) {
-        failedPath = mtlPath;
-        return false;
+    const std::string folder = QLM_FolderOf(path), mtlName = QLM_StemOf(path) + ".mtl", mtlPath = folder + mtlName;
+    QLM_SafeFileWriter mtl(mtlPath), obj(path);
+    // Two files of one name would leave the library alone.
+    failedPath = !mtl.GetStream() ? mtlPath : !obj.GetStream() || path == mtlPath ? path : "";
+    if (!failedPath.empty()) return false;
+    WriteMtl(mtl.GetStream(), *mesh, folder);
+    {
+        const Unwelded separate(*mesh);
+        WriteObj(obj.GetStream(), *mesh, mtlName, options);
     }
-    WriteMtl(mtl.GetStream(), *mesh);
-    QLM_SafeFileWriter obj(path);
-    if (!obj.GetStream()) {
-        failedPath = path;
-        return false;
-    }
-    WriteObj(obj.GetStream(), *mesh, mtlName, options);
-    failedPath = !obj.Commit() ? path : !mtl.Commit() ? mtlPath : "";
+    // Neither takes its place before both are on the disk.
+    failedPath = !mtl.Finish() ? mtlPath : !obj.Finish() ? path : "";
+    if (failedPath.empty()) failedPath = !mtl.Commit() ? mtlPath : !obj.Commit() ? path : "";
     return failedPath.empty();
 }
 
 bool QLM_WriteObjGroups(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWriteOptions& options) {
     QLM_TRACE(2);
     bool good = true;
-    const std::string stem = QLM_FolderOf(path) + QLM_StemOf(path), mtlName = QLM_StemOf(path) + ".mtl";
+    const std::string folder = QLM_FolderOf(path), stem = folder + QLM_StemOf(path);
+    const std::string mtlName = QLM_StemOf(path) + ".mtl";
     QLM_SafeFileWriter mtl(stem + ".mtl");
-    if (mtl.GetStream()) WriteMtl(mtl.GetStream(), *mesh);
+    if (mtl.GetStream()) WriteMtl(mtl.GetStream(), *mesh, folder);
     if (!mtl.Commit()) {
         QLM_OS::Get().PrintMessage("Error saving the file MTL file '%s'", stem + ".mtl");
         good = false;
     }
 
     // Groups are written in the object's own space.
+    const Unwelded separate(*mesh);
     const bool isMoved = !mesh->IsIdentity();
     if (isMoved) mesh->ResolveMorphs(false);
     GroupWriter writer(*mesh);
@@ -235,5 +263,8 @@ bool QLM_WriteObjGroups(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWr
         good = false;
     }
     if (isMoved) mesh->ResolveMorphs(true);
+    const bool isAll = good && !options.changedGroupsOnly && !options.verticesOnly;
+    if (const int leftOut = isAll ? writer.CountLeftOut() : 0; leftOut > 0)
+        QLM_OS::Get().PrintMessage("%d polygon(s) lie in no group, so no file holds them.", leftOut);
     return good;
 }

@@ -208,6 +208,7 @@ TEST_F(Files, AFailedSaveLeavesTheOldFile) {
     EXPECT_TRUE(std::filesystem::is_symlink(root + "link"));
     EXPECT_EQ(std::filesystem::status(target).permissions(), std::filesystem::perms(0640));
     EXPECT_EQ(QLM_SafeFileWriter(root + "missing/x").GetStream(), nullptr);
+    EXPECT_EQ(QLM_SafeFileWriter("/dev/null").GetStream(), nullptr) << "a device is no file to replace";
 }
 
 } // namespace
