@@ -383,7 +383,10 @@ bool QLM_MaterialMapSource::LoadFromFileWithAlpha(const std::string& path, std::
     else Mask.SetDimensions(0, 0, 1);
     CreateWithPixelData(image.color.release(), image.width, image.height, 3, true);
     aspect = image.height ? static_cast<float>(image.width) / static_cast<float>(image.height) : 1.0f;
-    if (image.width > MaximumSide || image.height > MaximumSide) ResizeWithLayers(image.width, image.height);
+    if (image.width > MaximumSide || image.height > MaximumSide) {
+        ResizeWithLayers(image.width, image.height);
+        notice += (notice.empty() ? path + ": " : ", ") + "its sides were cut to " + std::to_string(MaximumSide) + " pixels";
+    }
     savedChangeCounter = changeCounter.load();
     if (!notice.empty()) QLM_OS::Get().PrintMessageText(notice);
     return true;
