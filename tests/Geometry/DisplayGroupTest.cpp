@@ -10,6 +10,7 @@
 #include "Geometry/QLM_LayerManager.h"
 #include "Geometry/QLM_ObjectManager.h"
 #include "RecordTestSupport.h"
+#include "Support/Rounds.h"
 #include "Support/TestScene.h"
 
 namespace {
@@ -137,7 +138,7 @@ std::string ColumnsOf(const QLM_Mesh& mesh, int p) {
 } // namespace
 
 TEST(DisplayGroups, LockAndHideRulesOnRandomGroups) {
-    for (uint32_t seed = 1; seed <= 60; ++seed) {
+    for (uint32_t seed = 1; seed <= Rounds(60u, 12u); ++seed) {
         TestScene scene;
         QLM_RandomGenerator random(seed);
         std::vector<float> vertices;

@@ -8,6 +8,7 @@
 #include "Geometry/QLM_ObjectManager.h"
 #include "Geometry/RecordTestSupport.h"
 #include "Script/QLM_ScriptPlayer.h"
+#include "Support/Rounds.h"
 #include "Support/TestScene.h"
 #include "VirtualMemory/QLM_VirtualMemory.h"
 
@@ -110,7 +111,7 @@ TEST(Morphs, ResolveToTheSumInOrder) {
 
     // A thousand changes keep the sums without a new one; only the current morph stays in memory.
     QLM_RandomGenerator random(5);
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < Rounds(1000, 200); ++i) {
         QLM_Morph* morph = morphs[random.Next(morphCount)];
         const float strength = 0.001f * static_cast<float>(random.Next(1001));
         if (i % 4 == 3) mesh->SetCurrentMorph(i % 100 == 3 ? nullptr : morph);

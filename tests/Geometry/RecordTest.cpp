@@ -10,6 +10,7 @@
 #include "Geometry/QLM_LayerManager.h"
 #include "Geometry/QLM_ObjectManager.h"
 #include "RecordTestSupport.h"
+#include "Support/Rounds.h"
 #include "Support/TestScene.h"
 
 #include <cmath>
@@ -314,11 +315,12 @@ TEST(ObjectRecord, EveryCutAndManyMutationsLeaveAUsableObject) {
     EXPECT_TRUE(ReadAndUse(seed));
     ResetPeakMemory();
     const int64_t before = PeakMemory();
-    for (size_t size = 0; size < seed.size(); ++size) ReadAndUse(seed.substr(0, size));
-    for (size_t size = 0; size < plain.size(); ++size) ReadAndUse(plain.substr(0, size));
+    constexpr size_t step = Rounds<size_t>(1, 17);
+    for (size_t size = 0; size < seed.size(); size += step) ReadAndUse(seed.substr(0, size));
+    for (size_t size = 0; size < plain.size(); size += step) ReadAndUse(plain.substr(0, size));
 
     QLM_RandomGenerator random(5);
-    for (int round = 0; round < 10000; ++round) {
+    for (int round = 0; round < Rounds(10000, 300); ++round) {
         std::string bytes = round % 2 ? seed : plain;
         for (uint32_t n = 1 + random.Next(4); n > 0; --n) Mutate(bytes, random);
         ReadAndUse(bytes);

@@ -2,6 +2,7 @@
 
 #include "Maps/QLM_LayerBlendRows.h"
 #include "Rasterizer/QLM_BlendTypes.h"
+#include "Support/Rounds.h"
 
 namespace {
 
@@ -41,11 +42,11 @@ TEST_F(LayerBlendRows, KernelsGiveTheSameBytes) {
     for (const QLM_RowKernel kernel : {QLM_RowKernel::Baseline, QLM_GetRowKernel()})
         for (int type = 0; type < QLM_BlendTypeCount; ++type)
             for (const bool isOpaque : {false, true})
-                EXPECT_EQ(CountWrong(type, kernel, 120, isOpaque), 0) << type << ", kernel " << int(kernel);
+                EXPECT_EQ(CountWrong(type, kernel, Rounds(120u, 4u), isOpaque), 0) << type << ", kernel " << int(kernel);
 }
 
 TEST_F(LayerBlendRows, HueAndSaturationOfEveryColor) {
-    EXPECT_EQ(CountWrong(23, QLM_GetRowKernel(), 1 << 14, true), 0);
+    EXPECT_EQ(CountWrong(23, QLM_GetRowKernel(), Rounds(1u << 14, 4u), true), 0);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Rasterizer/QLM_BlendFormulas.h"
+#include "Support/Rounds.h"
 
 namespace {
 
@@ -50,7 +51,7 @@ TEST_F(Layers, VectorRowsEqualTheExactQuotientForAllInputs) {
     for (const QLM_RowKernel kernel : {QLM_RowKernel::Scalar, QLM_RowKernel::Baseline, QLM_GetRowKernel()}) {
         const QLM_BlendRowFunction blend = QLM_GetBlendRow(0, kernel);
         int wrong = 0;
-        for (int d = 0; d < 256; ++d)
+        for (int d = 0; d < 256; d += Rounds(1, 51))
             for (int s = 0; s < 256; s += 3) {
                 for (int a = 0; a < 256; ++a) {
                     mask[a] = uint8_t(a), alpha[a] = uint8_t(d);
@@ -120,7 +121,7 @@ void ResolveSlowly(const std::vector<SlowLayer>& layers, uint32_t width, uint32_
 TEST_F(Layers, RandomStacksEqualTheSlowVersionWithAnyThreads) {
     uint32_t seed = 7;
     const auto random = [&seed](uint32_t n) { return (seed = seed * 1664525u + 1013904223u) / 65536 % n; };
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < Rounds(40, 12); ++round) {
         const uint32_t width = 1 + random(round % 4 ? 90 : 1500), height = 1 + random(60);
         std::vector<SlowLayer> slow(1 + random(12));
         std::vector<QLM_ResolveLayer> layers;

@@ -96,15 +96,16 @@ TEST_F(Stroke, AClickPaintsASquareAtTheRelease) {
 
 TEST_F(Stroke, HalfStrengthMixesFromTheStateBefore) {
     MakeQuad();
+    brush->Properties().Size = 0.25f;
     brush->Properties().Strength = 0.5f;
     scene.Click(256, 256);
-    EXPECT_EQ(Changed(), (std::vector<int>{64, 64, 191, 191, 128 * 128}));
-    EXPECT_EQ(At(64, 64), (Color{227, 51, 26}));
-    EXPECT_EQ(At(190, 77), (Color{227, 51, 26}));
+    EXPECT_EQ(Changed(), (std::vector<int>{96, 96, 159, 159, 64 * 64}));
+    EXPECT_EQ(At(96, 96), (Color{227, 51, 26}));
+    EXPECT_EQ(At(158, 109), (Color{227, 51, 26}));
     scene.Click(256, 256);
-    EXPECT_EQ(At(64, 64), (Color{240, 26, 14}));
+    EXPECT_EQ(At(96, 96), (Color{240, 26, 14}));
     EXPECT_EQ(At(128, 128), (Color{240, 26, 14}));
-    EXPECT_EQ(Changed()[4], 128 * 128);
+    EXPECT_EQ(Changed()[4], 64 * 64);
 }
 
 TEST_F(Stroke, SizeSetsOverlayTipAndSquare) {
@@ -126,6 +127,7 @@ TEST_F(Stroke, SizeSetsOverlayTipAndSquare) {
 
 TEST_F(Stroke, TooWeakAStrokeLeavesNothing) {
     MakeQuad();
+    brush->Properties().Size = 0.125f;
     brush->Properties().Strength = 0.005f;
     scene.Click(256, 256);
     EXPECT_EQ(Changed()[4], 0);
@@ -213,9 +215,10 @@ TEST_F(Stroke, HiddenAndTurnedAwayPolygonsStayUnpainted) {
                              {{{0, 0}, {1, 1}, {2, 2}, {3, 3}}, {{7, 7}, {6, 6}, {5, 5}, {4, 4}}});
     map = scene.AddMap(object, 256, 256, 200, 100, 50);
     scene.SetView(0.5f);
+    brush->Properties().Size = 0.25f;
     QLM_GetManagers().GetCullingManager()->SetMethod(QLM_CullingMethod::SmartCulling);
     scene.Click(256, 256);
-    EXPECT_EQ(Changed(), (std::vector<int>{64, 64, 127, 191, 64 * 128}));
+    EXPECT_EQ(Changed(), (std::vector<int>{96, 96, 127, 159, 32 * 64}));
     QLM_GetManagers().GetCullingManager()->SetMethod(QLM_CullingMethod::None);
     object->GetMesh()->SetPolygonFlag(0, ePFlag_Locked);
     QLM_GetEngine()->foregroundColor[2] = 1.0f;
@@ -228,6 +231,7 @@ TEST_F(Stroke, AMaskRisesWithThePaintUnlessLocked) {
     MakeQuad();
     map->Mask.SetDimensions(256, 256, 1);
     map->Mask.ClearToByte(0);
+    brush->Properties().Size = 0.25f;
     brush->Properties().Strength = 0.5f;
     tools.lockAlpha = true;
     scene.Click(256, 256);
@@ -245,6 +249,7 @@ TEST_F(Stroke, AMaskRisesWithThePaintUnlessLocked) {
 TEST_F(Stroke, ThePreviewShowsTheResultOnTheModel) {
     MakeQuad();
     scene.SetView(1.0f); // the quad fills the middle half of the view
+    brush->Properties().Size = 0.25f;
     brush->Properties().Strength = 0.5f;
     std::vector<uint8_t> rgba;
     QLM_PictureBox box;
@@ -259,7 +264,7 @@ TEST_F(Stroke, ThePreviewShowsTheResultOnTheModel) {
         const auto pixel = rgba.begin() + ((y - box.y0) * box.GetWidth() + x - box.x0) * 4;
         return std::vector<int>(pixel, pixel + 4);
     };
-    EXPECT_EQ(at(200, 256), (std::vector<int>{227, 51, 26, 255})); // on the model, under the brush
+    EXPECT_EQ(at(180, 256), (std::vector<int>{227, 51, 26, 255})); // on the model, under the brush
     EXPECT_EQ(at(100, 256), (std::vector<int>{0, 0, 0, 0}));       // off the model
     EXPECT_EQ(at(300, 256), (std::vector<int>{0, 0, 0, 0}));       // beyond the brush
     EXPECT_EQ(Changed()[4], 0);
@@ -334,7 +339,7 @@ TEST_F(Stroke, AnyNumberOfThreadsPaintsTheSameBytes) {
                 static_cast<uint8_t>(255 - std::max(std::abs(i % 64 - 32), std::abs(i / 64 - 32)) * 7);
         shapes.InvalidateTip();
         brush->Properties() = {
-            .Size = 0.08f, .Hardness = 0.4f, .Angle = 25.0f, .Strength = 0.6f, .Spacing = 0.3f, .Density = 0.7f};
+            .Size = 0.08f, .Hardness = 0.4f, .Angle = 25.0f, .Strength = 0.6f, .Spacing = 0.9f, .Density = 0.7f};
         fresh.Stroke({{60, 80}, {250, 300}, {450, 120}, {300, 480}});
         tools.mirrorY = true;
         QLM_GetEngine()->foregroundColor[1] = 0.7f;

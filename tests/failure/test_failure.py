@@ -235,9 +235,10 @@ def state_dump_while_busy():
     case.log("SendMeToQuillmere.txt", "Dumping current state", "The main thread does not answer")
 
 
-CASES = [exception, raised_error, crash, worker_exception, worker_crash, nobody_takes_up, nobody_answers, refused,
-         refused_and_thought_better, failure_of_the_offer, held_lock, termination, termination_while_busy, state_dump,
-         state_dump_while_busy]
+# Those that wait for the program's patience come first.
+CASES = [nobody_takes_up, nobody_answers, state_dump_while_busy, exception, raised_error, crash, worker_exception,
+         worker_crash, refused, refused_and_thought_better, failure_of_the_offer, held_lock, termination,
+         termination_while_busy, state_dump]
 
 
 def parallel(*functions):

@@ -46,8 +46,10 @@ class Picture:
         """The bytes of a rectangle, a row each."""
         return [self.data[row * self.stride + x * 4:row * self.stride + (x + width) * 4] for row in range(y, y + height)]
 
-    def pixels(self, x, y, width, height, step=1):
-        return [self.at(i, j) for j in range(y, y + height, step) for i in range(x, x + width, step)]
+    def pixels(self, x, y, width, height):
+        """The pixels of a rectangle as numbers, row by row; equal numbers are equal colours."""
+        words, row = memoryview(self.data).cast("I"), self.stride // 4
+        return [word for j in range(y, y + height) for word in words[j * row + x:j * row + x + width]]
 
     def save(self, path):
         """As a PNG, for a person who looks for the cause of a failure."""
@@ -116,16 +118,15 @@ class Display:
         values = dict(line.split("=") for line in self.do("getwindowgeometry", "--shell", window))
         return tuple(int(values[key]) for key in ("X", "Y", "WIDTH", "HEIGHT"))
 
-    def click(self, x, y, button=1):
-        self.do("mousemove", "--sync", int(x), int(y))
-        self.do("click", button)
+    def click(self, x, y, button=1, times=1):
+        self.do("mousemove", int(x), int(y), "click", "--repeat", times, "--delay", 20, button)
 
     def drag(self, points, before_release=lambda: None):
+        """Each place is a call of its own, that has reached the display when it ends; so the program sees them all."""
         x, y = points[0]
-        self.do("mousemove", "--sync", int(x), int(y))
-        self.do("mousedown", 1)
+        self.do("mousemove", int(x), int(y), "mousedown", 1)
         for x, y in points[1:]:
-            self.do("mousemove", "--sync", int(x), int(y))
+            self.do("mousemove", int(x), int(y))
         before_release()
         self.do("mouseup", 1)
 

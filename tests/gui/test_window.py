@@ -1,4 +1,5 @@
 """The real window, driven as a person drives it: pointer, wheel and keys come from outside, and only the picture counts."""
+import functools
 import json
 import os
 import signal
@@ -27,6 +28,8 @@ MOVE_VIEW, ZOOM_VIEW, ROTATE_VIEW = 2, 3, 4
 TITLE = "^Quillmere"
 COMPLAINTS = ("Gtk-CRITICAL", "Gtk-WARNING", "GLib", "Gdk-CRITICAL", "assert", "Sanitizer")
 REST_SECONDS, REST_SHARE = 10, 0.02
+STILL_SECONDS = 0.35  # longer than the program takes a view for moving
+PATIENCE_SECONDS = 5  # before a key is pressed again
 STROKE_SECONDS = float(os.environ.get("QLM_STROKE_SECONDS", 20)) # of random strokes
 
 
@@ -69,22 +72,36 @@ class Program:
         self.settle()
         return self
 
+    def is_busy(self):
+        """Whether a thread of the program or of the display runs or is ready to."""
+        for process in (self.process, self.display.server):
+            for task in os.listdir(f"/proc/{process.pid}/task"):
+                try:
+                    with open(f"/proc/{process.pid}/task/{task}/stat") as file:
+                        if file.read().rsplit(")", 1)[1].split()[0] != "S":
+                            return True
+                except OSError:
+                    return True  # it has just ended
+        return False
+
     def settle(self):
-        """Waits for the picture to stand still: three looks in a row that are the same."""
-        looks = []
+        """Waits for the picture to stand still, and until nobody works on another one."""
+        picture, since = self.display.picture(), time.monotonic()
 
         def still():
+            nonlocal picture, since
             check(self.alive(), f"the program ended with {self.process.returncode}: {self.stderr()[-2000:]}")
-            looks.append(self.display.picture().data)
-            time.sleep(0.1)
-            return len(looks) > 3 and looks[-1] == looks[-2] == looks[-3]
+            busy, look = self.is_busy(), self.display.picture()
+            if look.data != picture.data:
+                picture, since = look, time.monotonic()
+            return not busy and time.monotonic() - since > STILL_SECONDS
         wait_until("a picture that stands still", still)
-        return self.display.picture()
+        return picture
 
     def park(self):
         """Takes the pointer, and with it the brush's outline, off the canvas."""
         x, y, width, height = self.display.geometry(self.window)
-        self.display.do("mousemove", "--sync", x + width + 20, y + height + 20)
+        self.display.do("mousemove", x + width + 20, y + height + 20)
         return self.settle()
 
     def middle(self):
@@ -121,12 +138,13 @@ def model_pixels(program, picture):
     """Places, on a grid of 4 pixels, where something else than the checkered background is seen."""
     x, y, width, height = canvas_of(program)
     background = set(picture.pixels(x, y, width, 24)) | set(picture.pixels(x, y, 24, height))
-    return [(i, j) for j in range(y, y + height, 4) for i in range(x, x + width, 4) if picture.at(i, j) not in background]
+    return [(i, j) for j in range(y, y + height, 4)
+            for i, pixel in zip(range(x, x + width, 4), picture.pixels(x, j, width, 1)[::4]) if pixel not in background]
 
 
 def brush_colored(picture, x, y, radius=6):
     """Share of pixels around a place that are white, the colour that the brush starts with, in whatever light."""
-    pixels = picture.pixels(x - radius, y - radius, 2 * radius, 2 * radius)
+    pixels = [picture.at(i, j) for j in range(y - radius, y + radius) for i in range(x - radius, x + radius)]
     return sum(max(p) - min(p) <= 12 and min(p) > 120 for p in pixels) / len(pixels)
 
 
@@ -135,11 +153,25 @@ def extent(places):
     return min(xs), min(ys), max(xs), max(ys)
 
 
+def press_away(program, title, key):
+    """Presses a key until the box of that title is gone: one that has only just come up may not listen yet."""
+    display, pressed = program.display, 0
+
+    def gone():
+        nonlocal pressed
+        boxes = display.windows(title)
+        if boxes and time.monotonic() - pressed > PATIENCE_SECONDS:
+            display.do("windowfocus", "--sync", boxes[0])
+            display.do("key", key)
+            pressed = time.monotonic()
+        return not boxes
+    program.find(title)
+    wait_until("the end of the box " + title, gone)
+
+
 def confirm(program, answer_key):
     """Answers the box that stands over the window by the button's letter."""
-    box = program.find("^Confirm")
-    program.display.do("windowfocus", "--sync", box)
-    program.display.do("key", "--window", "0", "alt+" + answer_key)
+    press_away(program, "^Confirm", "alt+" + answer_key)
 
 
 def close(program):
@@ -168,7 +200,7 @@ def a_session(display):
         loses_the_pointer(program)
         uses_view_tools(program)
         dumps(program)
-        rests(program)
+        rests(program, REST_SECONDS / 2)
         exports(program)
         check(close(program) == 0, f"status {program.process.returncode}: {program.stderr()}")
         log = subprocess.run([sys.executable, os.path.join(ROOT, "tools", "readlog"), os.path.join(program.home, "Quillmere-Log.txt")],
@@ -181,9 +213,10 @@ def a_session(display):
 
 def paints(program, before, x, y):
     program.display.drag([(x - 60, y), (x - 20, y), (x + 20, y), (x + 60, y)])
-    places = (x - 40, x, x + 40)
-    check(all(brush_colored(before, i, y) < 0.5 for i in places), "nothing is white before the stroke")
-    wait_until("paint along the stroke", lambda: all(brush_colored(program.park(), i, y) > 0.5 for i in places))
+    def shares(picture):
+        return [brush_colored(picture, i, y) for i in (x - 40, x, x + 40)]
+    check(max(shares(before)) < 0.5, "nothing is white before the stroke")
+    wait_until("paint along the stroke", lambda: min(shares(program.park())) > 0.5)
     check(before.at(x, y + 100) == program.park().at(x, y + 100), "only the stroke's place changes")
 
 
@@ -192,12 +225,10 @@ def turns_and_zooms(program, x, y):
         _, top, _, bottom = extent(model_pixels(program, program.park()))
         return bottom - top
     near = height()
-    program.display.do("mousemove", "--sync", x, y)
-    program.display.do("click", "--repeat", 3, "--delay", 20, 5)
+    program.display.click(x, y, 5, times=3)
     wait_until("the wheel towards the user makes it smaller", lambda: height() < near * 0.95)
     far = height()
-    program.display.do("mousemove", "--sync", x, y)
-    program.display.do("click", "--repeat", 3, "--delay", 20, 4)
+    program.display.click(x, y, 4, times=3)
     wait_until("and away from the user larger", lambda: height() > far * 1.05)
 
 
@@ -235,10 +266,10 @@ def uses_view_tools(program):
     check(changed > 0.5, f"the rectangle that was drawn fills the canvas: {changed:.0%} of the picture changed")
 
 
-def rests(program):
+def rests(program, seconds):
     program.park()
     begin, start = program.cpu_seconds(), time.monotonic()
-    time.sleep(REST_SECONDS)  # what is measured is this very time
+    time.sleep(seconds)  # what is measured is this very time
     share = (program.cpu_seconds() - begin) / (time.monotonic() - start)
     print(f"processor share at rest: {share * 100:.2f} %")
     check(share < REST_SHARE, f"{share * 100:.1f} % of a processor at rest")
@@ -248,14 +279,13 @@ def menu(program, place, downs):
     """A menu of the bar by its place, the entry by the arrow keys."""
     x, y, _, _ = program.display.geometry(program.window)
     program.display.click(x + place, y + 12)
-    for _ in range(downs):
-        program.display.do("key", "Down")
-    program.display.do("key", "Return")
+    program.display.do("key", *["Down"] * downs, "Return")
 
 
+@functools.cache
 def white_share(path):
     width, height, rows = read_png(path)
-    return sum(pixel == (255, 255, 255) for row in rows for pixel in row) / (width * height)
+    return sum(row.count((255, 255, 255)) for row in rows) / (width * height)
 
 
 def choose(program, downs, title, path):
@@ -263,11 +293,11 @@ def choose(program, downs, title, path):
     display = program.display
     menu(program, FILE_MENU, downs)
     chooser = program.find(title)
+    program.settle()
     display.do("windowfocus", "--sync", chooser)
     display.do("key", "ctrl+a")
     display.do("type", "--delay", 5, path)
-    display.do("key", "Return")
-    wait_until("the end of the dialog", lambda: not display.windows(title))
+    press_away(program, title, "Return")
 
 
 def exports(program):
@@ -290,14 +320,13 @@ def loses_the_pointer(program):
     """Something takes the window away in the middle of a stroke: the stroke ends there and the next one is its own."""
     display = program.display
     x, y = program.middle()
-    display.do("mousemove", "--sync", x - 50, y)
-    display.do("mousedown", 1)
-    display.do("mousemove", "--sync", x - 40, y)
+    display.do("mousemove", x - 50, y, "mousedown", 1)
+    display.do("mousemove", x - 40, y)
     display.do("windowunmap", "--sync", program.window)
     display.do("mouseup", 1)
     display.do("windowmap", "--sync", program.window)
     program.settle()
-    display.do("mousemove", "--sync", x, y + 60)
+    display.do("mousemove", x, y + 60)
     between = program.park()
     display.drag([(x + 40, y + 30), (x + 60, y + 30)])
     wait_until("paint of a stroke after the lost one", lambda: program.park().data != between.data)
@@ -392,7 +421,7 @@ def spot_rests(display):
         program.window = program.find(TITLE)
         confirm(program, "y")  # its texture coordinates reach beyond the map: wrap them
         wait_until("the model", lambda: len(model_pixels(program, program.park())) > 2000)
-        rests(program)
+        rests(program, REST_SECONDS)
         check(close(program) == 0, program.stderr())
     finally:
         program.kill()
@@ -412,11 +441,12 @@ def random_strokes(display):
         end = time.monotonic() + STROKE_SECONDS
         while time.monotonic() < end:
             kind = random.random()
-            if kind < 0.1:
+            if kind < 0.02:
+                program.settle()  # what came faster than the program works is done before more comes
+            elif kind < 0.1:
                 menu(program, TOOLS_MENU, random.randrange(1, 5))
             elif kind < 0.25:
-                display.do("mousemove", *place())
-                display.do("click", "--repeat", random.randrange(1, 4), random.choice((4, 5)))
+                display.click(*place(), random.choice((4, 5)), times=random.randrange(1, 4))
             else:
                 display.drag([place() for _ in range(random.randrange(2, 8))])
             check(program.alive(), program.stderr()[-3000:])
@@ -451,9 +481,7 @@ def crash(display):
         open_and_paint(program)
         program.process.send_signal(signal.SIGSEGV)
         confirm(program, "o")
-        box = program.find("^Error")
-        display.do("windowfocus", "--sync", box)
-        display.do("key", "Return")
+        press_away(program, "^Error", "Return")
         check(program.end() == 1, f"status {program.process.returncode}")
         saved_painted_map(program)
         print("a crash: good")
@@ -486,12 +514,9 @@ def second_start(display):
     try:
         first.open()
         second = Program(display, home=first.home)
-        box = second.find("^Message")
-        picture_of_first = first.window
-        display.do("windowfocus", "--sync", box)
-        display.do("key", "Return")
+        press_away(second, "^Message", "Return")
         second.process.wait(60)
-        check(first.alive() and picture_of_first in display.windows(TITLE), "the first goes on")
+        check(first.alive() and first.window in display.windows(TITLE), "the first goes on")
         check(close(first) == 0, first.stderr())
         print("a second start: good")
     finally:

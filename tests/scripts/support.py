@@ -1,4 +1,5 @@
 """Runs the program on scripts and reads what it wrote. Standard library only."""
+import itertools
 import json
 import os
 import struct
@@ -64,8 +65,16 @@ def play(text, threads=None, binary=BINARY, folder=None, log_level=None, expect=
     return result
 
 
+def add_bytes(one, other):
+    """Sums of the bytes, each modulo 256: the low seven bits add up without a carry into a neighbour."""
+    size = len(one)
+    low, a, b = int.from_bytes(b"\x7f" * size, "little"), int.from_bytes(one, "little"), int.from_bytes(other, "little")
+    return (((a & low) + (b & low)) ^ ((a ^ b) & ~low)).to_bytes(size, "little")
+
+
 def read_png(path):
-    """Width, height and rows (top first) of RGB tuples of an 8-bit PNG of colour type 0, 2 or 6."""
+    """Width, height and rows (top first) of RGB tuples of an 8-bit PNG of colour type 0, 2 or 6, with the row filters
+    that the program uses: none, the pixel before, the row above."""
     with open(path, "rb") as file:
         data = file.read()
     assert data[:8] == b"\x89PNG\r\n\x1a\n", path
@@ -81,25 +90,18 @@ def read_png(path):
         position += 12 + length
     channels = {0: 1, 2: 3, 6: 4}[color]
     raw, stride = zlib.decompress(packed), width * channels
-    rows, previous = [], bytearray(stride)
-    for y in range(height):
-        kind, line = raw[y * (stride + 1)], bytearray(raw[y * (stride + 1) + 1:(y + 1) * (stride + 1)])
-        for i in range(stride):
-            a = line[i - channels] if i >= channels else 0
-            b = previous[i]
-            c = previous[i - channels] if i >= channels else 0
-            if kind == 1:
-                line[i] = (line[i] + a) & 255
-            elif kind == 2:
-                line[i] = (line[i] + b) & 255
-            elif kind == 3:
-                line[i] = (line[i] + (a + b) // 2) & 255
-            elif kind == 4:
-                p = a + b - c
-                pa, pb, pc = abs(p - a), abs(p - b), abs(p - c)
-                line[i] = (line[i] + (a if pa <= pb and pa <= pc else b if pb <= pc else c)) & 255
-        rows.append([tuple(line[x * channels:x * channels + 3]) for x in range(width)])
-        previous = line
+    rows, line = [], bytes(stride)
+    for start in range(0, height * (stride + 1), stride + 1):
+        kind, coded = raw[start], raw[start + 1:start + 1 + stride]
+        assert kind <= 2, f"row filter {kind} in {path}"
+        if kind == 1:
+            decoded = bytearray(stride)
+            for c in range(channels):
+                decoded[c::channels] = bytes(itertools.accumulate(coded[c::channels], lambda a, b: (a + b) & 255))
+            line = bytes(decoded)
+        else:
+            line = add_bytes(coded, line) if kind else coded
+        rows.append(list(zip(*(line[min(c, channels - 1)::channels] for c in range(3)))))
     return width, height, rows
 
 

@@ -34,6 +34,7 @@ f 5/5 7/6 8/7 6/8
 STROKES = """
 tool ColorBrush
 set Size 0.2
+set Spacing 0.4
 set Hardness 0.3
 set Strength 0.7
 set Density 0.6
@@ -41,7 +42,7 @@ color 0.9 0.2 0.1
 stroke 100 100 300 250 520 120
 color 0.1 0.3 0.9
 stroke 120 300 320 130 500 320
-set Size 0.45
+set Size 0.25
 set Strength 0.3
 stroke 200 200
 report maps
