@@ -12,16 +12,13 @@ constexpr uint64_t runRatio = 128; ///< a run of 255 pixels in two bytes
 constexpr uint32_t noPacking = 0, runsOf8Bits = 1, runsOf4Bits = 2, masksFollow = 3, alphaMasksFollow = 6;
 
 /// The toolkit's own reader loses alpha masks and runs of four bits, and walks out of palettes.
-class Reader {
+class Reader : QLM_FileBytes {
   public:
     Reader(QLM_ImageSource& sourceIn) : source(sourceIn) {}
     bool ReadHeader();
     bool ReadRows(QLM_ImageSink& sink);
 
   private:
-    uint32_t At(size_t i) const { return i < bytes.size() ? bytes[i] : 0; }
-    uint32_t Two(size_t i) const { return At(i) | At(i + 1) << 8; }
-    uint32_t Four(size_t i) const { return Two(i) | Two(i + 2) << 16; }
     bool IsPaletted() const { return bits <= 8; }
     bool IsPacked() const { return packing == runsOf8Bits || packing == runsOf4Bits; }
     bool TakeMasks();
@@ -32,7 +29,6 @@ class Reader {
     void ConvertRow(const uint8_t* row, uint8_t* out) const;
 
     QLM_ImageSource& source;
-    std::vector<uint8_t> bytes;
     std::vector<uint8_t> unpacked; ///< of a packed picture: a byte for each pixel
     size_t headerSize = 0, first = 0, stride = 0;
     uint32_t bits = 0, packing = noPacking;

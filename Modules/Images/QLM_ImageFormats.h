@@ -37,6 +37,14 @@ struct QLM_ImageSource {
     bool CheckSize(uint64_t rowBits, uint64_t ratio);
 };
 
+/// A whole file, for readers that jump about in it. Numbers are little endian; what lies beyond the end is 0.
+struct QLM_FileBytes {
+    uint32_t At(size_t i) const { return i < bytes.size() ? bytes[i] : 0; }
+    uint32_t Two(size_t i) const { return At(i) | At(i + 1) << 8; }
+    uint32_t Four(size_t i) const { return Two(i) | Two(i + 2) << 16; }
+    std::vector<uint8_t> bytes;
+};
+
 extern const char* const QLM_ImageText_Unknown;
 extern const char* const QLM_ImageText_Truncated;
 extern const char* const QLM_ImageText_Damaged;

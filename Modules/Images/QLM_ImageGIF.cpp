@@ -114,26 +114,24 @@ struct Frame {
     bool interlaced = false;
 };
 
-class Parser {
+class Parser : public QLM_FileBytes {
   public:
-    Parser(const std::vector<uint8_t>& bytesIn) : bytes(bytesIn) {}
-
     bool FindFrame(QLM_ImageInfo& info, Frame& frame) {
         size_t at = 13;
         TakePalette(At(10), at, frame);
         for (; At(at) == 0x21; SkipBlocks(at)) {
-            if (At(at + 1) == 0xF9 && (At(at + 3) & 1)) frame.transparent = At(at + 6);
+            if (At(at + 1) == 0xF9 && (At(at + 3) & 1)) frame.transparent = int(At(at + 6));
             at += 2;
         }
         if (At(at) != 0x2C) return false;
         info.width = Two(at + 5);
         info.height = Two(at + 7);
         info.hasAlpha = frame.transparent >= 0;
-        const int flags = At(at + 9);
+        const uint32_t flags = At(at + 9);
         frame.interlaced = (flags & 0x40) != 0;
         at += 10;
         TakePalette(flags, at, frame);
-        frame.rootBits = At(at);
+        frame.rootBits = int(At(at));
         frame.codes = at + 1;
         return frame.palette && frame.rootBits >= 1 && frame.rootBits <= 8 && frame.codes < bytes.size();
     }
@@ -147,19 +145,16 @@ class Parser {
     }
 
   private:
-    int At(size_t i) const { return i < bytes.size() ? bytes[i] : 0; }
-    uint32_t Two(size_t i) const { return uint32_t(At(i) | At(i + 1) << 8); }
     void SkipBlocks(size_t& at) const {
-        while (At(at) != 0) at += size_t(At(at)) + 1;
+        while (At(at) != 0) at += At(at) + 1;
         at++;
     }
-    void TakePalette(int flags, size_t& at, Frame& frame) const {
+    void TakePalette(uint32_t flags, size_t& at, Frame& frame) const {
         if (!(flags & 0x80)) return;
         const size_t colors = size_t(2) << (flags & 7);
         if (at + colors * 3 <= bytes.size()) frame.palette = bytes.data() + at, frame.colors = colors;
         at += colors * 3;
     }
-    const std::vector<uint8_t>& bytes;
 };
 
 /// The rows in the file's order.
@@ -177,11 +172,10 @@ std::vector<uint32_t> RowOrder(uint32_t height, bool interlaced) {
 } // namespace
 
 bool QLM_ReadGIF(QLM_ImageSource& source, QLM_ImageSink* sink) {
-    std::vector<uint8_t> bytes;
-    if (!source.ReadAll(bytes)) return false;
+    Parser parser;
+    if (!source.ReadAll(parser.bytes)) return false;
     QLM_ImageInfo& info = source.info;
     Frame frame;
-    Parser parser(bytes);
     if (!parser.FindFrame(info, frame)) return source.Fail(QLM_ImageText_Damaged);
     if (!source.CheckSize(uint64_t(info.width) * 8, lzwRatio)) return false;
     if (!sink) return true;
@@ -190,7 +184,7 @@ bool QLM_ReadGIF(QLM_ImageSource& source, QLM_ImageSink* sink) {
     if (parser.IsAnimated(frame)) source.AddNotice(QLM_ImageText_FirstOnly);
     const size_t channels = info.hasAlpha ? 4 : 3;
     if (!sink->Begin(info.width, info.height, int(channels))) return source.Fail(QLM_ImageText_NoMemory);
-    Decoder decoder(bytes, frame.codes, frame.rootBits);
+    Decoder decoder(parser.bytes, frame.codes, frame.rootBits);
     std::vector<uint8_t> indices(info.width), row(info.width * channels);
     for (const uint32_t y : RowOrder(info.height, frame.interlaced)) {
         if (!decoder.ReadRow(indices.data(), indices.size())) return source.Fail(QLM_ImageText_Damaged);

@@ -11,21 +11,18 @@ constexpr size_t headerBytes = 18;
 enum Kind { Paletted = 1, Colored = 2, Grey = 3 };
 
 /// The toolkit's own reader takes opaque for transparent in 16 bits, and knows neither mirrored rows nor all palettes.
-class Reader {
+class Reader : QLM_FileBytes {
   public:
     Reader(QLM_ImageSource& sourceIn) : source(sourceIn) {}
     bool ReadHeader();
     bool ReadRows(QLM_ImageSink& sink);
 
   private:
-    uint32_t At(size_t i) const { return i < bytes.size() ? bytes[i] : 0; }
-    uint32_t Two(size_t i) const { return At(i) | At(i + 1) << 8; }
     bool MakesSense() const;
     const uint8_t* NextPixel();
     void Convert(const uint8_t* pixel, uint8_t* out) const;
 
     QLM_ImageSource& source;
-    std::vector<uint8_t> bytes;
     uint32_t kind = 0, bits = 0, firstColor = 0, colors = 0;
     uint32_t colorBits = 0; ///< of a pixel, or of a palette's entry
     bool packed = false, fromTop = false, mirrored = false, hasAlphaBit = false;
