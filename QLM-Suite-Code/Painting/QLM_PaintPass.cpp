@@ -118,7 +118,7 @@ void QLM_PaintPass::FillVertexWeights() {
     std::vector<int32_t> vertices;
     for (const int32_t p : candidates)
         for (int i = 0; i < mesh.GetPolygonVertexCount(p); ++i) {
-            const int v = mesh.GetPolygonRawVertex(p, i);
+            const int v = mesh.GetPolygonVertex(p, i);
             if (vertexWeights[static_cast<size_t>(v)] >= 0.0f) continue;
             vertexWeights[static_cast<size_t>(v)] = 0.0f;
             vertices.push_back(v);
@@ -330,7 +330,7 @@ void QLM_PaintPass::PaintBand(size_t band, Worker& worker) const {
 }
 
 float QLM_PaintPass::CornerWeight(int p, int i) const {
-    float weight = vertexWeights[static_cast<size_t>(mesh.GetPolygonRawVertex(p, i))];
+    float weight = vertexWeights[static_cast<size_t>(mesh.GetPolygonVertex(p, i))];
     if (settings.fadeByAngle && mesh.GetMaxSmoothingAngle() <= WidestSmoothingAngle)
         weight *= settings.fade.Fade(viewDirection, mesh.GetCornerNormal(p, i), settings.excludeBackFaces);
     if (settings.polygonSelection && mesh.HasSelection()) weight *= *mesh.PolygonWeights[p];

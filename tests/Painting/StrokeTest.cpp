@@ -6,6 +6,7 @@
 #include "Engine/QLM_Engine.h"
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
+#include "Geometry/QLM_UtilityManager.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
 #include "Math/QLM_Random.h"
@@ -205,6 +206,21 @@ TEST_F(Stroke, MirrorAndChannelsFollowTheSwitchesOfThePress) {
     scene.Settle();
     EXPECT_EQ(MapHash(), before);
     EXPECT_FALSE(tools.paintInProgress);
+}
+
+TEST_F(Stroke, AWeldTakesPaintOnBothSides) {
+    object = scene.AddObject("Pair", {-0.5f, -0.5f, 0, 0,    -0.5f, 0, 0,    0.5f, 0, -0.5f, 0.5f, 0,
+                                      0,     -0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0, 0,     0.5f, 0},
+                             {0, 0, 0.5f, 0, 0.5f, 1, 0, 1, 0.5f, 0, 1, 0, 1, 1, 0.5f, 1},
+                             {{{0, 0}, {1, 1}, {2, 2}, {3, 3}}, {{4, 4}, {5, 5}, {6, 6}, {7, 7}}});
+    map = scene.AddMap(object, 256, 256, 200, 100, 50);
+    scene.SetView(0.5f);
+    ASSERT_EQ(QLM_UtilityManager::WeldVertices({object}, 0.001f, false, false, false), 1);
+    brush->Properties().Size = 0.25f;
+    QLM_GetManagers().GetCullingManager()->SetMethod(QLM_CullingMethod::SmartCulling);
+    scene.Click(256, 256);
+    EXPECT_EQ(Changed(), (std::vector<int>{96, 96, 159, 159, 64 * 64}));
+    EXPECT_EQ(At(140, 100), (Color{255, 0, 0}));
 }
 
 TEST_F(Stroke, HiddenAndTurnedAwayPolygonsStayUnpainted) {
