@@ -157,8 +157,9 @@ void QLM_WeldMeshContainer::BakeMapIntoPolygons() {
 
 void QLM_WeldMeshContainer::CopyFlagsToWelded() {
     if (!welded) return;
+    // But the mark of a value that stands beside the vertex is not the target's to give.
     for (int v = 0; v < mesh->GetVCount(); ++v)
-        if (map[v] != v) mesh->SetVertexFlags(v, mesh->GetVertexFlags(map[v]));
+        if (map[v] != v) mesh->SetVertexFlags(v, mesh->GetVertexFlags(map[v]) & ~eVFlag_ConcaveValid);
 }
 
 void QLM_WeldMeshContainer::CopyValuesToWelded(QLM_VertexMap3D& values) {

@@ -80,6 +80,7 @@ void QLM_Object::LoadMesh(FILE* stream) {
     // Whatever was read is made usable, also when the rest of the record failed.
     loadFailed = !mesh->LoadFromStream_Text(stream, 0);
     mesh->RemoveProperty("LOADING_FROM_FIXED_ASSET");
+    if (!mesh->GetMorphTree()) mesh->SetSizes(0, 0, 0); // the record tells no counts
     mesh->AfterRawBuild();
     mesh->SetupAfterLoad();
     ResolveMorphsAndBounds(true);

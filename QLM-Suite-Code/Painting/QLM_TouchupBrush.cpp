@@ -105,6 +105,7 @@ void QLM_TouchupBrush::OnDeactivate() {
     if (Painting) {
         // The release goes to another tool: the stroke ends without a trace.
         Workhorse().Stop(true);
+        SetSaturationSpread(0.0f);
         Painting = false;
         QLM_GetManagers().GetToolManager()->AfterPaint();
     }

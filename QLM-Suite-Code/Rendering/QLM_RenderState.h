@@ -30,7 +30,8 @@ struct QLM_ScreenCache {
     uint32_t meshID = 0;
     bool valid = false;        ///< the points are those of the present view and shape
     std::vector<float> points;
-    std::vector<float> lights; ///< of each vertex, 0.2..1, as of the last full render
+    /// As of the last full render: the light of each vertex, 0.2..1; with flat shading its share of the selection.
+    std::vector<float> lights;
 };
 
 /// A finished picture that stays on the screen while the next one of the same view is being made. Main thread.

@@ -40,11 +40,11 @@ struct MeshPass {
     const QLM_Polygon* polygons = nullptr;
     const int32_t* visible = nullptr; ///< polygon indices, leaf after leaf
     const float* points = nullptr;    ///< screen cache
-    const float* lights = nullptr;    ///< of the vertices; null where polygons are lit as a whole
+    const float* lights = nullptr;    ///< of the vertices; with flat shading their share of the selection
     const float* normals = nullptr;   ///< of the polygons
     const float* uvs = nullptr;
     uint32_t vertexCount = 0, uvCount = 0;
-    bool backfaceCulled = true;
+    bool backfaceCulled = true, smooth = true;
     std::vector<Fill> fills; ///< by material index; the last serves polygons without a material
 
     const Fill& FillOf(const QLM_Polygon& polygon) const {
@@ -104,7 +104,7 @@ struct QLM_Renderer4::Pass {
     bool FindRows(const MeshPass& mesh, const QLM_Polygon& polygon, PixelSpan& rows) const;
     void ClearRows(int begin, int end) const;
     void DrawPolygon(const MeshPass& mesh, int32_t p, QLM_RasterizeOptions& options) const;
-    void SetCorner(const MeshPass& mesh, const QLM_PolygonCorner& corner, float polygonLight,
+    void SetCorner(const MeshPass& mesh, const QLM_PolygonCorner& corner, const float* polygonNormal,
                    QLM_RasterizeVertex& out) const;
     void ToPixels(const float* point, float& x, float& y) const {
         x = (point[0] + 1.0f) * halfWidth;
@@ -169,7 +169,9 @@ QLM_ScreenCache& ProjectAndLight(QLM_Viewport& viewport, QLM_Mesh& mesh, bool sc
             if (!light) return;
             for (int v = r.start; v < r.end; ++v) {
                 const float weight = sceneHasSelection ? mesh.GetVertexWeight(v) * 0.5f + 0.5f : 1.0f;
-                cache.lights[v] = LightOf(mesh.VertexNormals[v], viewport.r4s.camera.viewDirection, weight);
+                cache.lights[v] = viewport.Smooth
+                                      ? LightOf(mesh.VertexNormals[v], viewport.r4s.camera.viewDirection, weight)
+                                      : weight;
             }
         },
         "QLM_Renderer4::ProjectAndLight");
@@ -271,7 +273,8 @@ void QLM_Renderer4::GatherMeshes() {
         part.polygons = mesh->GetPolygons();
         part.visible = mesh->GetVisiblePolygons().GetData();
         part.points = cache.points.data();
-        part.lights = viewport.Smooth ? cache.lights.data() : nullptr;
+        part.lights = cache.lights.data();
+        part.smooth = viewport.Smooth;
         part.normals = mesh->PolygonNormals.GetCount() == static_cast<uint32_t>(mesh->GetPCount())
                            ? mesh->PolygonNormals.GetData()
                            : nullptr;
@@ -419,13 +422,14 @@ void QLM_Renderer4::Pass::DrawBand(int band) const {
     }
 }
 
-void QLM_Renderer4::Pass::SetCorner(const MeshPass& mesh, const QLM_PolygonCorner& corner, float polygonLight,
+void QLM_Renderer4::Pass::SetCorner(const MeshPass& mesh, const QLM_PolygonCorner& corner, const float* polygonNormal,
                                     QLM_RasterizeVertex& out) const {
     const uint32_t v = mesh.VertexOf(corner);
     const float* point = mesh.points + static_cast<size_t>(v) * 3;
     ToPixels(point, out.x, out.y);
     out.depth = (1.0f - point[2]) * 0.5f;
-    out.light = !useLighting ? 1.0f : mesh.lights ? mesh.lights[v] : polygonLight;
+    if (!useLighting || (!mesh.smooth && !polygonNormal)) out.light = 1.0f;
+    else out.light = mesh.smooth ? mesh.lights[v] : LightOf(polygonNormal, view, mesh.lights[v]);
     const uint32_t vt = static_cast<uint32_t>(corner.textureVertex);
     const bool hasUV = vt < mesh.uvCount;
     out.u = hasUV ? mesh.uvs[static_cast<size_t>(vt) * 2] : 0.0f;
@@ -442,13 +446,12 @@ void QLM_Renderer4::Pass::DrawPolygon(const MeshPass& mesh, int32_t p, QLM_Raste
     std::copy(fill.color, fill.color + 3, options.colorBytes);
     options.idValue = static_cast<uint8_t>(1 + p % 255);
 
-    const float light =
-        mesh.lights || !mesh.normals ? 1.0f : LightOf(mesh.normals + static_cast<size_t>(p) * 3, view, 1.0f);
+    const float* normal = mesh.normals ? mesh.normals + static_cast<size_t>(p) * 3 : nullptr;
     QLM_RasterizeVertex* v = options.vertex;
-    SetCorner(mesh, polygon.corners[0], light, v[0]);
-    SetCorner(mesh, polygon.corners[1], light, v[1]);
+    SetCorner(mesh, polygon.corners[0], normal, v[0]);
+    SetCorner(mesh, polygon.corners[1], normal, v[1]);
     for (int i = 2; i < polygon.count; ++i) {
-        SetCorner(mesh, polygon.corners[i], light, v[2]);
+        SetCorner(mesh, polygon.corners[i], normal, v[2]);
         const float area = 0.5f * ((v[1].x - v[0].x) * (v[2].y - v[0].y) - (v[2].x - v[0].x) * (v[1].y - v[0].y));
         if (!mesh.backfaceCulled || area >= AreaEpsilon) fill.rasterize(options);
         v[1] = v[2];

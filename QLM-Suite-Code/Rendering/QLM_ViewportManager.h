@@ -52,7 +52,7 @@ class QLM_ViewportManager : public QLM_Manager {
     void Orbit(QLM_Viewport* viewport, float dxDegrees, float dyDegrees);
     /// Multiplies Zoom (an extent: below 1 comes nearer), limited to 2.
     void ApplyZoom(QLM_Viewport* viewport, float factor);
-    /// Zooms around a normalised point by a wheel notch (above 0 comes nearer).
+    /// Zooms around a normalised point by a wheel notch (above 0 comes nearer); not during a drag.
     void WheelZoom(QLM_Viewport* viewport, float notches, float x, float y);
     /// Keeps every viewport's half height when the global scale changes.
     void OnGlobalScaleChanged(float newScale);

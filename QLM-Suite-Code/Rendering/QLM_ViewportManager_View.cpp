@@ -141,6 +141,8 @@ void QLM_ViewportManager::ApplyZoom(QLM_Viewport* viewport, float factor) {
 }
 
 void QLM_ViewportManager::WheelZoom(QLM_Viewport* viewport, float notches, float x, float y) {
+    // During a drag the view is the tool's: a stroke lands where it was drawn.
+    if (heldButton >= 0) return;
     if (!viewport || notches == 0 || !std::isfinite(notches) || RefuseLocked(viewport)) return;
     const QLM_Engine* engine = QLM_GetEngine();
     const float s = engine ? engine->mouseWheelSensitivity : 0.5f;

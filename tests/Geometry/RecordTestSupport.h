@@ -61,6 +61,7 @@ inline bool ReadAndUse(const std::string& bytes) {
                 EXPECT_TRUE(v >= 0 && v < mesh->GetVCount() && t >= -1 && t < mesh->GetVTCount());
                 EXPECT_GT(mesh->GetVertexPolygonCount(v), 0);
             }
+        EXPECT_TRUE(mesh->GetMorphTree()) << "a morph can be made";
         EXPECT_GE(mesh->GetGroupCount(), 1);
         EXPECT_GE(mesh->GetMaterialCount(), 1);
         EXPECT_EQ(static_cast<int>(mesh->ResolvedVertices.GetCount()), mesh->GetVCount());

@@ -9,6 +9,7 @@
 #include "Geometry/QLM_UtilityManager.h"
 #include "Maps/QLM_MapManager.h"
 #include "Maps/QLM_MaterialMapSource.h"
+#include "Math/QLM_MathTables.h"
 #include "Math/QLM_Random.h"
 #include "Painting/QLM_TouchupBrush.h"
 #include "Rasterizer/QLM_DepthBuffer.h"
@@ -286,6 +287,23 @@ TEST_F(Stroke, ThePreviewShowsTheResultOnTheModel) {
     EXPECT_EQ(Changed()[4], 0);
     QLM_GetEngine()->PointerRelease(QLM_Engine::Button::Left, 128, 256);
     scene.Settle();
+}
+
+TEST_F(Stroke, AnotherToolEndsItWithoutATrace) {
+    MakeQuad();
+    std::string error;
+    ASSERT_TRUE(brush->FindParameterByName("Type")->SetValueFromText("Colorize", error)) << error;
+    const std::vector<uint8_t> straight(SaturationSpread(), SaturationSpread() + 256);
+    QLM_GetEngine()->PointerPress(QLM_Engine::Button::Left, 256, 256, {});
+    EXPECT_FALSE(std::equal(straight.begin(), straight.end(), SaturationSpread()));
+    tools.SelectToolByName("MoveView");
+    EXPECT_TRUE(std::equal(straight.begin(), straight.end(), SaturationSpread()));
+    QLM_GetEngine()->PointerRelease(QLM_Engine::Button::Left, 256, 256);
+    scene.Settle();
+    EXPECT_EQ(Changed()[4], 0);
+    EXPECT_FALSE(tools.paintInProgress);
+    tools.SelectToolByName("ColorBrush");
+    brush->FindParameterByName("Type")->SetValueFromText("Normal", error);
 }
 
 TEST_F(Stroke, AxisLockHoldsToTheLastPoint) {

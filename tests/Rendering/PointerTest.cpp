@@ -62,6 +62,9 @@ TEST_F(PointerRoad, TheViewportOfThePressKeepsThePointer) {
     EXPECT_TRUE(tool->pictureValidAtPress);
     EXPECT_EQ(scene.Manager().mouseViewport, 0);
     EXPECT_FALSE(scene.Manager().PointerPress(2, 400, 128));
+    const float zoom = scene.View().GetZoom();
+    scene.Manager().WheelZoom(&scene.View(), 1, 0, 0); // would move the view away under a stroke
+    EXPECT_EQ(scene.View().GetZoom(), zoom);
     scene.Manager().PointerMove(384, 64);
     scene.Manager().PointerRelease(2, 384, 64);
     scene.Manager().PointerRelease(0, 384, 128);

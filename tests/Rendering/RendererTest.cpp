@@ -60,11 +60,15 @@ TEST(Renderer, LightsByTheAngle) {
     scene.SetFrontView();
     scene.Manager().Orbit(&scene.View(), 60, 0); // |N . V| = 0.5, light 0.7: 178 of 255
     scene.Manager().DrawAllViewports();
-    for (bool smooth : {true, false}) {
-        scene.View().Smooth = smooth;
-        scene.Manager().RefreshViewport(&scene.View());
-        scene.Manager().DrawAllViewports();
-        EXPECT_EQ(scene.Pixel(256, 256), (Ints{178, 69, 0, 255})); // 100 x 178 / 255 = 69.8
+    // 100 x 178 / 255 = 69.8; half selected it is 0.5 x 0.75 + 0.2: 146, and 100 x 146 / 255 = 57.3.
+    for (const auto& [weight, color] : {std::pair(1.0f, Ints{178, 69, 0, 255}), {0.5f, {146, 57, 0, 255}}}) {
+        for (int v = 0; v < 4; ++v) object->GetMesh()->SetVertexWeight(v, weight);
+        for (bool smooth : {true, false}) {
+            scene.View().Smooth = smooth;
+            scene.Manager().RefreshViewport(&scene.View());
+            scene.Manager().DrawAllViewports();
+            EXPECT_EQ(scene.Pixel(256, 256), color);
+        }
     }
     EXPECT_EQ(scene.View().r4s.UnlitRenderedPixels.GetPixels()[(256 * 512 + 256) * 3 + 1], 100);
     scene.View().UseLighting = false;

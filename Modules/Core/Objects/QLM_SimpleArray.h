@@ -37,6 +37,8 @@ template <class T> class QLM_SimpleArray {
         RefuseExternal();
         if (capacity < n) {
             QLM_Free(data);
+            data = nullptr; // there may be no memory for the next
+            count = capacity = 0;
             data = static_cast<T*>(QLM_Malloc(static_cast<size_t>(n) * sizeof(T), false));
             capacity = n;
         }

@@ -92,10 +92,13 @@ void QLM_Workhorse::OnThreadExit() {
 
 bool QLM_Workhorse::CheckPause() {
     QLM_RandomDelay();
-    if (pauseRequested.exchange(false)) {
+    if (pauseRequested) {
+        // Paused before the request is taken: whenever a Resume comes in between, it ends one of the two.
         paused = true;
-        stateChanged.Notify();
-        stateChanged.WaitUntil([&] { return !paused || !working; });
+        if (pauseRequested.exchange(false)) {
+            stateChanged.Notify();
+            stateChanged.WaitUntil([&] { return !paused || !working; });
+        }
         paused = false;
     }
     return stopRequested;
