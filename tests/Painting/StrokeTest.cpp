@@ -56,6 +56,17 @@ class Stroke : public testing::Test {
         map = scene.AddMap(object, 256, 256, 200, 100, 50);
         scene.SetView(0.5f);
     }
+    /// The same square as two quads that share no vertex; the right one faces away when it is turned.
+    void MakePair(bool turned) {
+        TestPolygon right = {{4, 4}, {5, 5}, {6, 6}, {7, 7}};
+        if (turned) std::reverse(right.begin(), right.end());
+        object = scene.AddObject("Pair", {-0.5f, -0.5f, 0, 0,    -0.5f, 0, 0,    0.5f, 0, -0.5f, 0.5f, 0,
+                                          0,     -0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0, 0,     0.5f, 0},
+                                 {0, 0, 0.5f, 0, 0.5f, 1, 0, 1, 0.5f, 0, 1, 0, 1, 1, 0.5f, 1},
+                                 {{{0, 0}, {1, 1}, {2, 2}, {3, 3}}, right});
+        map = scene.AddMap(object, 256, 256, 200, 100, 50);
+        scene.SetView(0.5f);
+    }
     TOverlay_Workhorse& Workhorse() { return *dynamic_cast<TOverlay_Workhorse*>(QLM_GetEngine()->overlayWorkhorse); }
     std::vector<int> Changed() { return TestScene::ChangedBox(map, 200, 100, 50); }
     Color At(int x, int y) { return TestScene::PixelAt(map, x, y); }
@@ -210,12 +221,7 @@ TEST_F(Stroke, MirrorAndChannelsFollowTheSwitchesOfThePress) {
 }
 
 TEST_F(Stroke, AWeldTakesPaintOnBothSides) {
-    object = scene.AddObject("Pair", {-0.5f, -0.5f, 0, 0,    -0.5f, 0, 0,    0.5f, 0, -0.5f, 0.5f, 0,
-                                      0,     -0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0, 0,     0.5f, 0},
-                             {0, 0, 0.5f, 0, 0.5f, 1, 0, 1, 0.5f, 0, 1, 0, 1, 1, 0.5f, 1},
-                             {{{0, 0}, {1, 1}, {2, 2}, {3, 3}}, {{4, 4}, {5, 5}, {6, 6}, {7, 7}}});
-    map = scene.AddMap(object, 256, 256, 200, 100, 50);
-    scene.SetView(0.5f);
+    MakePair(false);
     ASSERT_EQ(QLM_UtilityManager::WeldVertices({object}, 0.001f, false, false, false), 1);
     brush->Properties().Size = 0.25f;
     QLM_GetManagers().GetCullingManager()->SetMethod(QLM_CullingMethod::SmartCulling);
@@ -225,13 +231,7 @@ TEST_F(Stroke, AWeldTakesPaintOnBothSides) {
 }
 
 TEST_F(Stroke, HiddenAndTurnedAwayPolygonsStayUnpainted) {
-    // The left quad faces the viewer, the right one is wound the other way round.
-    object = scene.AddObject("Pair", {-0.5f, -0.5f, 0, 0,    -0.5f, 0, 0,    0.5f, 0, -0.5f, 0.5f, 0,
-                                      0,     -0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0, 0,     0.5f, 0},
-                             {0, 0, 0.5f, 0, 0.5f, 1, 0, 1, 0.5f, 0, 1, 0, 1, 1, 0.5f, 1},
-                             {{{0, 0}, {1, 1}, {2, 2}, {3, 3}}, {{7, 7}, {6, 6}, {5, 5}, {4, 4}}});
-    map = scene.AddMap(object, 256, 256, 200, 100, 50);
-    scene.SetView(0.5f);
+    MakePair(true);
     brush->Properties().Size = 0.25f;
     QLM_GetManagers().GetCullingManager()->SetMethod(QLM_CullingMethod::SmartCulling);
     scene.Click(256, 256);
