@@ -43,17 +43,13 @@ class QLM_Group2 : public virtual QLM_UserAsset {
   public:
     /// A name as groups bear it: cleaned, but with its colons. What follows one tells the parts of figures apart and is
     /// left out where groups are written to files of other programs.
-    static std::string CleanName(std::string text);
-    void SetNameText(const std::string& text) override { fullName = CleanName(text); }
-    const char* GetName() const override { return fullName.c_str(); }
+    static std::string CleanName(const std::string& text) { return QLM_CleanName(text, "\\/%"); }
+    void SetNameText(const std::string& text) override { KeepName(CleanName(text)); }
     /// Block "polygroup"; which polygons stand in it is told by theirs.
     bool SaveToStream_Text(FILE* stream, bool writeBlock = true) override;
 
     std::vector<int32_t> Vertices;
     std::vector<bool> SharedWithEarlier;
-
-  private:
-    std::string fullName;
 };
 
 /// The folders of objects; reads "object" and "objectReference".

@@ -90,13 +90,6 @@ void QLM_Object::LoadMesh(FILE* stream) {
 
 // --- QLM_Group2 -----------------------------------------------------------------------------------------------------
 
-std::string QLM_Group2::CleanName(std::string text) {
-    const std::string cleaned = QLM_CleanName(text);
-    for (size_t i = 0; i < text.size(); ++i)
-        if (text[i] != ':') text[i] = cleaned[i];
-    return text;
-}
-
 bool QLM_Group2::SaveToStream_Text(FILE* stream, bool writeBlock) {
     if (GetBool("excludeFromSaving")) return false;
     const TStartTextFileBlock block("polygroup", GetName(), stream, writeBlock);

@@ -6,9 +6,11 @@
 #include "Core/Objects/QLM_ThreadSafeVariable.h"
 #include "Core/Threads/QLM_Workhorse.h"
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <set>
+#include <type_traits>
 
 /// State shared between the painting main thread and the refreshing workhorse.
 template <class Input, class Output> class QLM_ParallelData : public virtual QLM_RootClass, public ThreadLocker {

@@ -61,9 +61,9 @@ void QLM_BaseClassA::ReAddToIDMap() {
 QLM_SafePtr<QLM_BaseClass> QLM_BaseClassA::GetChild(int) const { return nullptr; }
 
 // A name never holds a path separator or a format directive.
-std::string QLM_CleanName(std::string text) {
+std::string QLM_CleanName(std::string text, const char* unfit) {
     for (char& c : text)
-        if (std::strchr(":\\/%", c) && c) c = '_';
+        if (std::strchr(unfit, c) && c) c = '_';
     return text;
 }
 
@@ -81,7 +81,7 @@ void QLM_BaseClassA::SetTreePath(const char* path) {
 }
 
 bool QLM_BaseClassA::SaveToStream_Text(FILE* stream, bool) {
-    QLM_WriteText(stream, "Name", GetName());
+    QLM_WriteText(stream, "Name", name);
     QLM_WriteInt(stream, "ReadOnly", readOnly);
     QLM_WriteInt(stream, "Collapsed", collapsed);
     if (id) QLM_WriteInt(stream, "ID", id);

@@ -66,6 +66,10 @@ class QLM_BaseClassA : public virtual QLM_RootClass {
 
     bool loadFailed = false; ///< set by a handler whose record failed; ends the read of this item's block
 
+  protected:
+    /// For kinds of items whose names may hold more than others'.
+    void KeepName(std::string text) { name = std::move(text); }
+
   private:
     bool readOnly = false;
     char* treePath = nullptr;
@@ -79,8 +83,8 @@ class QLM_BaseClassA : public virtual QLM_RootClass {
     bool current = false;
 };
 
-/// A text as an item bears it as its name: ":" "\\" "/" "%" become "_". Any thread.
-std::string QLM_CleanName(std::string text);
+/// A text as an item bears it as its name: the `unfit` characters become "_". Any thread.
+std::string QLM_CleanName(std::string text, const char* unfit = ":\\/%");
 
 /// The key-value bag of every QLM_BaseClass. Single operations are safe from any thread.
 /// Flags of the setters: bit 0 (1) resets the property's flags to 0, else the bits are OR-ed in;
