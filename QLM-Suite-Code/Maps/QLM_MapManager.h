@@ -94,13 +94,15 @@ class QLM_MapManager : public QLM_Manager {
     /// A new layer on top, its name made unique; it becomes current. The first one gets "Background" below it, which
     /// carries the maps as they are.
     QLM_MapLayer* CreateMapLayer(const std::string& name = "New Layer");
-    /// Deletes a layer with what the maps hold for it. A map's last member leaves its composite behind. Asks nothing.
+    /// Deletes a layer with what the maps hold for it. A map's last member leaves its composite behind, a hidden
+    /// one as if it were shown. Asks nothing.
     void DeleteMapLayer(QLM_MapLayer* layer);
     /// Puts "Merged Layers", now current, in the place of the visible unlocked layers; false with a message when there
     /// are fewer than two of them. With `ask` false also when the user declines.
     bool MergeVisibleImageLayers(bool ask, std::string& error);
 
   private:
+    static void OpenUndo(QLM_MaterialMapSource* map);
     /// Runs `edit` on what tools would paint of each map, with its lock held and a whole change behind it.
     bool EditImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool createMember, std::string& error,
                        const std::function<void(QLM_MaterialMapSource&)>& edit);

@@ -35,6 +35,8 @@ QLM_MapLayer* QLM_MapManager::CreateMapLayer(const std::string& name) {
 void QLM_MapManager::DeleteMapLayer(QLM_MapLayer* layer) {
     QLM_CheckItem(layer, "QLM_MapManager::DeleteMapLayer");
     BeforeMapsChange();
+    // Maps keep what their last member holds, whether it was shown or not.
+    if (layer->IsHidden()) layer->Unhide();
     for (QLM_MaterialMapSource* map : GetMaps()) map->DropMember(layer->GetID());
 
     // The layer below becomes current, at the bottom the one above.
@@ -83,6 +85,7 @@ bool QLM_MapManager::MergeVisibleImageLayers(bool ask, std::string& error) {
         for (const QLM_MaterialMapSource::Member& member : map->GetMembers())
             if (std::find(merging.begin(), merging.end(), member.layer) != merging.end()) members.push_back(member);
         if (members.empty()) continue;
+        OpenUndo(map);
         // The member exists before the others go, so none of them is the last.
         map->ComposeInto(*map->GetLayerData(merged, true), members);
         for (const QLM_MaterialMapSource::Member& member : members) map->DropMember(member.layer->GetID());

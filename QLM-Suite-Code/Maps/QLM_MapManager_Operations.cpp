@@ -22,12 +22,6 @@ void ShowMaps() {
     QLM_PostEvent(QLM_Event_AllViewportsChanged);
 }
 
-void OpenUndo(QLM_MaterialMapSource* map) {
-    QLM_Engine* engine = QLM_GetEngine();
-    QLM_UndoManager* undo = engine && engine->managers ? engine->managers->GetUndoManager() : nullptr;
-    if (undo) undo->AddUndoNode(map, QLM_UndoKind::WholeMap, "Image Map");
-}
-
 /// False, and the user is told, for a layer that takes no change.
 bool MayChange(const QLM_MapLayer* layer, std::string& error) {
     if (!layer || (!layer->IsHidden() && !layer->IsLocked())) return true;
@@ -82,6 +76,12 @@ void QLM_MapManager::BeforeMapsChange() {
     QLM_Engine* engine = QLM_GetEngine();
     QLM_ViewportManager* viewports = engine && engine->managers ? engine->managers->GetViewportManager() : nullptr;
     if (viewports) viewports->AbortRender();
+}
+
+void QLM_MapManager::OpenUndo(QLM_MaterialMapSource* map) {
+    const QLM_Engine* engine = QLM_GetEngine();
+    QLM_UndoManager* undo = engine && engine->managers ? engine->managers->GetUndoManager() : nullptr;
+    if (undo) undo->AddUndoNode(map, QLM_UndoKind::WholeMap, "Image Map");
 }
 
 bool QLM_MapManager::EditImageMaps(const QLM_List<QLM_MaterialMapSource*>& maps, bool createMember, std::string& error,

@@ -180,6 +180,7 @@ bool LoadMap(QLM_MaterialMapSource& map, const Call& call) {
     Maps().BeforeMapsChange();
     if (!map.LoadFromFileWithAlpha(path, call.error)) return false;
     map.SetMapFileName(path);
+    map.IsDefaultMap = false;
     Maps().StartOverdrawCheck(&map);
     QLM_PostEvent(QLM_Event_AllViewportsChanged);
     return true;

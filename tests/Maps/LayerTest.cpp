@@ -286,6 +286,12 @@ TEST_F(Layers, LastLayerLeavesTheCompositeBehind) {
     map->GetCurrentLayerData(true);
     EXPECT_EQ(Composite(map)[0], 255);
     EXPECT_EQ(PixelsOf(map->Mask)[31], 127);
+    // Its pixels outlive a last layer that is hidden, too.
+    manager.DeleteMapLayer(manager.GetCurrentMapLayer());
+    Find("Background")->Hide();
+    map->GetResolvedPixels();
+    manager.DeleteMapLayer(Find("Background"));
+    EXPECT_EQ((Bytes{PixelsOf(*map)[0], PixelsOf(*map)[1], PixelsOf(map->Mask)[0]}), (Bytes{255, 0, 127}));
 }
 
 TEST_F(Layers, UnequalMembersAreResized) {
