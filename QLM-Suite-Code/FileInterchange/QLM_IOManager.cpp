@@ -22,6 +22,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 
 namespace {
@@ -46,6 +47,13 @@ void Report(const std::string& path, const std::string& reason) {
     std::string text = QLM_FormatText(QLM_GetString(1992), path);
     if (!reason.empty()) text += ". " + reason;
     QLM_OS::Get().PrintMessageText(text);
+}
+
+/// A path that leads to its file from any folder, as what is kept and what lies beside it need.
+std::string FromRoot(const std::string& path) {
+    std::error_code failure;
+    const std::filesystem::path whole = std::filesystem::absolute(path, failure);
+    return failure ? path : whole.string();
 }
 
 /// Flips, reverses, centres and scales, in this order, what the reader brought.
@@ -139,7 +147,9 @@ bool QLM_IOManager::ImportGeometryFile(QLM_Object* object, const std::string& fi
     std::string path = QLM_ResolveCase(fileReference);
     if (!QLM_FileExists(path) && !QLM_FolderExists(path) && !QLM_GetEngine()->FindFile(fileReference, 0, path))
         return false;
+    path = FromRoot(path);
     if (mode == 0) QLM_OS::Get().PrintStatus(QLM_GetString(1093), path);
+    QLM_GetEngine()->temporarySearchPaths.AddPath(QLM_FolderOf(path));
     if (code != QLM_ImporterCode::OBJ) {
         Report(path, "This kind of file can't be imported.");
         return false;
@@ -190,6 +200,7 @@ bool QLM_IOManager::ImportDroppedFile(const std::string& path) {
         Report(path, QLM_FolderExists(path) ? "It is a folder." : "There is no such file.");
         return false;
     }
+    found = FromRoot(found);
     if (const QLM_ImporterCode code = QLM_ImporterCodeOfPath(path); code != QLM_ImporterCode::None)
         return ImportGeometryFile(nullptr, found, code, 0);
     if (QLM_GetManagers().GetMapManager()->LoadMapFromFile(found, error)) {

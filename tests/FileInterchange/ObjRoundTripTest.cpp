@@ -227,6 +227,11 @@ TEST_F(ObjRoundTrip, GroupsAsSeparateFiles) {
     EXPECT_TRUE(WasTold("Error creating the file " + folder + "part_leg.OBJ"));
     EXPECT_TRUE(fs::exists(folder + "part_left arm.OBJ"));
 
+    const std::string longName(1500, 'n');
+    ASSERT_TRUE(Read("g " + longName + "\n" + Square + "f 1 2 3\n"));
+    EXPECT_FALSE(QLM_WriteObjGroups(&Mesh(), folder + "long.obj", {}));
+    EXPECT_TRUE(WasTold("Error creating the file " + folder + "long_" + longName + ".OBJ"));
+
     const std::string told = "1 polygon(s) lie in no group, so no file holds them.";
     ASSERT_TRUE(Read(Square + "f 1 2 3\ng leg\nf 1 3 4\n"));
     ASSERT_TRUE(QLM_WriteObjGroups(&Mesh(), folder + "loose.obj", {}));

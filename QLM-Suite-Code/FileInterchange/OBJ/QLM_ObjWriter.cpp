@@ -255,11 +255,12 @@ bool QLM_WriteObjGroups(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWr
     for (int g = 0; g < mesh->GetGroupCount(); ++g) {
         const QLM_Group2& group = *mesh->GetGroup(g);
         if (options.changedGroupsOnly && !writer.HasMoved(group)) continue;
-        const std::string groupPath = QLM_FormatText("%s_%s.OBJ", stem, std::string(ShortName(group)));
+        // Names are longer than a formatted text may be.
+        const std::string groupPath = stem + "_" + std::string(ShortName(group)) + ".OBJ";
         QLM_SafeFileWriter obj(groupPath);
         if (obj.GetStream()) writer.Write(obj.GetStream(), group, mtlName, options.verticesOnly);
         if (obj.Commit()) continue;
-        QLM_OS::Get().PrintMessage("Error creating the file %s", groupPath);
+        QLM_OS::Get().PrintMessageText("Error creating the file " + groupPath);
         good = false;
     }
     if (isMoved) mesh->ResolveMorphs(true);
