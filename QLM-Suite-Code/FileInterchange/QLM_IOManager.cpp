@@ -130,6 +130,7 @@ bool QLM_IOManager::LoadObject(const std::string& path, QLM_Object* object, bool
         Report(path, error);
         return false;
     }
+    QLM_MapManager::BeforeMapsChange(); // what is being drawn reads the former mesh
     object->SetMesh(mesh.release());
     QLM_GetEngine()->temporarySearchPaths.AddPath(QLM_FolderOf(path));
     return true;
@@ -251,6 +252,7 @@ bool QLM_IOManager::ExportObjectFile(QLM_Mesh* mesh, const std::string& path, bo
     options.internalNames = UseInternalNameforGroups;
     std::string failed;
     QLM_OS::Get().PrintStatus(QLM_GetString(1054), path);
+    QLM_MapManager::BeforeMapsChange(); // a welded mesh comes apart meanwhile
     if (!QLM_WriteObjFile(mesh, path, options, failed)) {
         QLM_OS::Get().PrintMessage(QLM_GetString(1020), failed);
         return false;
@@ -264,6 +266,7 @@ bool QLM_IOManager::ExportGroupsAsSeparateObjects(QLM_Object* object, const std:
     options.verticesOnly = ExportVerticesOnly;
     options.changedGroupsOnly = ExportChangedGroups;
     QLM_OS::Get().PrintStatus(QLM_GetString(1053));
+    QLM_MapManager::BeforeMapsChange(); // the shape stands in the object's own space meanwhile
     const bool good = QLM_WriteObjGroups(object->GetMesh(), path, options);
     NameUnsavedMaps(*object->GetMesh());
     return good;
