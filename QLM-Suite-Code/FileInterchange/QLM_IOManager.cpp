@@ -163,7 +163,8 @@ bool QLM_IOManager::ImportObj(QLM_Object* object, const std::string& path, int m
     if (!object) created.Reset(object = new QLM_Object);
     if (!LoadObject(path, object, UseInternalNameforGroups && !HasProperty("INPUT_MESH_FIXED_ASSET"))) return false;
     // What is reloaded has the name that its record gave it.
-    if (mode == 0 || !*object->GetName()) object->SetNameText(QLM_StemOf(path));
+    const std::string stem = QLM_StemOf(path);
+    if (mode == 0 || !*object->GetName()) object->SetNameText(stem.empty() ? QLM_FileNameOf(path) : stem);
     object->FileName = path;
     ApplyImportOptions(*this, object->GetMesh());
     QLM_ObjectManager* objects = QLM_GetManagers().GetObjectManager();
@@ -188,7 +189,8 @@ void QLM_IOManager::AfterImport(QLM_Object* object, const std::string& path, int
     }
     objects->OnShapeChanged(object, true, true, true);
     objects->UpdateGlobalScale();
-    if (objects->GetObjectCount() == 1)
+    // A reload keeps the views; their record may have been read already.
+    if (mode == 0 && objects->GetObjectCount() == 1)
         for (int i = 0; i < 4; ++i) viewports->Frame(viewports->GetViewport(i), QLM_FrameMode::Project);
     viewports->OnAllViewportsChanged();
     QLM_PostEvent(QLM_Event_RefreshAllPanels);
