@@ -22,6 +22,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 
 namespace {
@@ -46,6 +47,13 @@ void Report(const std::string& path, const std::string& reason) {
     std::string text = QLM_FormatText(QLM_GetString(1992), path);
     if (!reason.empty()) text += ". " + reason;
     QLM_OS::Get().PrintMessageText(text);
+}
+
+/// A path that leads to its file from any folder, as what is kept and what lies beside it need.
+std::string FromRoot(const std::string& path) {
+    std::error_code failure;
+    const std::filesystem::path whole = std::filesystem::absolute(path, failure);
+    return failure ? path : whole.string();
 }
 
 /// Flips, reverses, centres and scales, in this order, what the reader brought.
@@ -122,6 +130,7 @@ bool QLM_IOManager::LoadObject(const std::string& path, QLM_Object* object, bool
         Report(path, error);
         return false;
     }
+    QLM_MapManager::BeforeMapsChange(); // what is being drawn reads the former mesh
     object->SetMesh(mesh.release());
     QLM_GetEngine()->temporarySearchPaths.AddPath(QLM_FolderOf(path));
     return true;
@@ -139,7 +148,9 @@ bool QLM_IOManager::ImportGeometryFile(QLM_Object* object, const std::string& fi
     std::string path = QLM_ResolveCase(fileReference);
     if (!QLM_FileExists(path) && !QLM_FolderExists(path) && !QLM_GetEngine()->FindFile(fileReference, 0, path))
         return false;
+    path = FromRoot(path);
     if (mode == 0) QLM_OS::Get().PrintStatus(QLM_GetString(1093), path);
+    QLM_GetEngine()->temporarySearchPaths.AddPath(QLM_FolderOf(path));
     if (code != QLM_ImporterCode::OBJ) {
         Report(path, "This kind of file can't be imported.");
         return false;
@@ -152,7 +163,8 @@ bool QLM_IOManager::ImportObj(QLM_Object* object, const std::string& path, int m
     if (!object) created.Reset(object = new QLM_Object);
     if (!LoadObject(path, object, UseInternalNameforGroups && !HasProperty("INPUT_MESH_FIXED_ASSET"))) return false;
     // What is reloaded has the name that its record gave it.
-    if (mode == 0 || !*object->GetName()) object->SetNameText(QLM_StemOf(path));
+    const std::string stem = QLM_StemOf(path);
+    if (mode == 0 || !*object->GetName()) object->SetNameText(stem.empty() ? QLM_FileNameOf(path) : stem);
     object->FileName = path;
     ApplyImportOptions(*this, object->GetMesh());
     QLM_ObjectManager* objects = QLM_GetManagers().GetObjectManager();
@@ -177,7 +189,8 @@ void QLM_IOManager::AfterImport(QLM_Object* object, const std::string& path, int
     }
     objects->OnShapeChanged(object, true, true, true);
     objects->UpdateGlobalScale();
-    if (objects->GetObjectCount() == 1)
+    // A reload keeps the views; their record may have been read already.
+    if (mode == 0 && objects->GetObjectCount() == 1)
         for (int i = 0; i < 4; ++i) viewports->Frame(viewports->GetViewport(i), QLM_FrameMode::Project);
     viewports->OnAllViewportsChanged();
     QLM_PostEvent(QLM_Event_RefreshAllPanels);
@@ -190,6 +203,7 @@ bool QLM_IOManager::ImportDroppedFile(const std::string& path) {
         Report(path, QLM_FolderExists(path) ? "It is a folder." : "There is no such file.");
         return false;
     }
+    found = FromRoot(found);
     if (const QLM_ImporterCode code = QLM_ImporterCodeOfPath(path); code != QLM_ImporterCode::None)
         return ImportGeometryFile(nullptr, found, code, 0);
     if (QLM_GetManagers().GetMapManager()->LoadMapFromFile(found, error)) {
@@ -240,6 +254,7 @@ bool QLM_IOManager::ExportObjectFile(QLM_Mesh* mesh, const std::string& path, bo
     options.internalNames = UseInternalNameforGroups;
     std::string failed;
     QLM_OS::Get().PrintStatus(QLM_GetString(1054), path);
+    QLM_MapManager::BeforeMapsChange(); // a welded mesh comes apart meanwhile
     if (!QLM_WriteObjFile(mesh, path, options, failed)) {
         QLM_OS::Get().PrintMessage(QLM_GetString(1020), failed);
         return false;
@@ -253,6 +268,7 @@ bool QLM_IOManager::ExportGroupsAsSeparateObjects(QLM_Object* object, const std:
     options.verticesOnly = ExportVerticesOnly;
     options.changedGroupsOnly = ExportChangedGroups;
     QLM_OS::Get().PrintStatus(QLM_GetString(1053));
+    QLM_MapManager::BeforeMapsChange(); // the shape stands in the object's own space meanwhile
     const bool good = QLM_WriteObjGroups(object->GetMesh(), path, options);
     NameUnsavedMaps(*object->GetMesh());
     return good;

@@ -16,9 +16,11 @@ class QLM_JSONLine {
     QLM_JSONLine& Text(const char* key, const std::string& value) {
         Key(key);
         std::fputc('"', file);
+        const unsigned lastPlain = IsUTF8(value) ? 255 : 126; // bytes of old files are told letter by letter
         for (const char c : value) {
+            const auto byte = static_cast<unsigned char>(c);
             if (c == '"' || c == '\\') std::fprintf(file, "\\%c", c);
-            else if (static_cast<unsigned char>(c) < 32) std::fprintf(file, "\\u%04x", static_cast<unsigned>(c));
+            else if (byte < 32 || byte > lastPlain) std::fprintf(file, "\\u%04x", byte);
             else std::fputc(c, file);
         }
         std::fputc('"', file);
@@ -53,6 +55,22 @@ class QLM_JSONLine {
     }
 
   private:
+    /// True where every letter beyond ASCII is whole and in its shortest form.
+    static bool IsUTF8(const std::string& text) {
+        for (size_t i = 0; i < text.size();) {
+            const auto first = static_cast<unsigned char>(text[i++]);
+            if (first < 0x80) continue;
+            if (first < 0xc2 || first > 0xf4) return false;
+            const int more = first < 0xe0 ? 1 : first < 0xf0 ? 2 : 3;
+            const auto second = static_cast<unsigned char>(i < text.size() ? text[i] : 0);
+            if ((first == 0xe0 && second < 0xa0) || (first == 0xed && second > 0x9f) ||
+                (first == 0xf0 && second < 0x90) || (first == 0xf4 && second > 0x8f))
+                return false;
+            for (int k = 0; k < more; ++k, ++i)
+                if (i == text.size() || (static_cast<unsigned char>(text[i]) & 0xc0) != 0x80) return false;
+        }
+        return true;
+    }
     void Key(const char* key) {
         std::fprintf(file, "%s\"%s\": ", first ? "" : ", ", key);
         first = false;

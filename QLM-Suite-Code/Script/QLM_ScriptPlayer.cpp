@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 
 namespace {
 
@@ -175,7 +176,8 @@ int QLM_ScriptPlayer::Play(const std::string& path) {
         std::fprintf(stderr, "%s: the script can't be opened\n", path.c_str());
         return 1;
     }
-    state->scriptFolder = QLM_FolderOf(path);
+    std::error_code failure;
+    state->scriptFolder = QLM_FolderOf(std::filesystem::absolute(path, failure).string());
     QLM_Clock::UseSteppedTime();
     int status = 0, number = 0;
     std::string line, error;

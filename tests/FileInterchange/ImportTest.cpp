@@ -86,6 +86,16 @@ TEST_F(Import, ByTheUserAndAsAReload) {
     // Its folder is searched from now on.
     ASSERT_TRUE(io.ImportGeometryFile(nullptr, "cow.obj", QLM_ImporterCode::OBJ, 0));
     EXPECT_EQ(objects.GetObjectCount(), 3);
+
+    // A path from the current folder is kept from the root on, and what lies beside the file is found.
+    Put("near.obj", "\tmtllib far/away/a.mtl\nusemtl m\n" + Square + "f 1 2 3\n");
+    const fs::path before = fs::current_path();
+    fs::current_path(folder);
+    const bool imported = io.ImportDroppedFile("near.obj");
+    fs::current_path(before);
+    ASSERT_TRUE(imported);
+    EXPECT_EQ(objects.GetCurrentObject()->FileName, folder + "near.obj");
+    EXPECT_FLOAT_EQ(objects.GetCurrentObject()->GetMesh()->GetMaterials()[0]->Transparency->Strength, 0.5f);
 }
 
 TEST_F(Import, FailuresLeaveNothing) {

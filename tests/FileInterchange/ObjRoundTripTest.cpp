@@ -145,8 +145,9 @@ TEST_F(ObjRoundTrip, PackedFiles) {
 }
 
 TEST_F(ObjRoundTrip, AMovedObjectIsWrittenWhereItStands) {
-    QLM_Object* moved =
-        scene.AddObject("cube", {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0}, {}, {{{0, -1}, {1, -1}, {2, -1}, {3, -1}}});
+    // The last vertex belongs to no polygon: like a hidden one it is never seen.
+    QLM_Object* moved = scene.AddObject("cube", {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0, 0.5, 0.5, 0}, {},
+                                        {{{0, -1}, {1, -1}, {2, -1}, {3, -1}}});
     QLM_Mesh& mesh = *moved->GetMesh();
     for (int i = 0; i < 3; ++i) mesh.Transform_Scale[i] = 2.0f;
     mesh.Transform_Pos[0] = 1.0f;
@@ -158,7 +159,7 @@ TEST_F(ObjRoundTrip, AMovedObjectIsWrittenWhereItStands) {
     EXPECT_NE(text.find("\nv 0.50000000 -0.50000000 0.00000000\nv 2.50000000 -0.50000000 0.00000000\n"),
               std::string::npos)
         << text;
-    EXPECT_NE(text.find("\nvn "), std::string::npos);
+    EXPECT_NE(text.find("\nv 1.50000000 0.50000000 0.00000000\nvn "), std::string::npos) << text;
     EXPECT_EQ(text.find("\nf "), std::string::npos) << "vertices only";
     // Groups keep the object's own space.
     ASSERT_TRUE(io.ExportGroupsAsSeparateObjects(moved, folder + "own.obj"));
@@ -226,6 +227,11 @@ TEST_F(ObjRoundTrip, GroupsAsSeparateFiles) {
     EXPECT_FALSE(QLM_WriteObjGroups(&Mesh(), folder + "part.obj", {}));
     EXPECT_TRUE(WasTold("Error creating the file " + folder + "part_leg.OBJ"));
     EXPECT_TRUE(fs::exists(folder + "part_left arm.OBJ"));
+
+    const std::string longName(1500, 'n');
+    ASSERT_TRUE(Read("g " + longName + "\n" + Square + "f 1 2 3\n"));
+    EXPECT_FALSE(QLM_WriteObjGroups(&Mesh(), folder + "long.obj", {}));
+    EXPECT_TRUE(WasTold("Error creating the file " + folder + "long_" + longName + ".OBJ"));
 
     const std::string told = "1 polygon(s) lie in no group, so no file holds them.";
     ASSERT_TRUE(Read(Square + "f 1 2 3\ng leg\nf 1 3 4\n"));

@@ -78,6 +78,9 @@ put("long.obj", QUAD + "# " + "x" * 100000 + "\nf 1/1 2/2 3/3 4/4\n")
 check(loaded("long.obj")["polygons"] == 1, "a long line is passed")
 put("half.obj", QUAD + "f 1/1 2/2 3/3 4/4\nf 1/1 2/")
 check(loaded("half.obj")["polygons"] == 1, "a file cut in a line loads what is whole")
+put("old.obj", QUAD.encode() + b"usemtl M\xfcller\nf 1/1 2/2 3/3 4/4\n")
+named = accepted("import old.obj\nreport materials").reports[0]
+check(named["material"] == "Müller", "a report is UTF-8 whatever a file holds: " + str(named))
 put("self.obj", "mtllib self.mtl\nusemtl a\n" + QUAD + "f 1/1 2/2 3/3 4/4\n")
 put("self.mtl", "mtllib self.mtl\nnewmtl a\nmap_Kd self.mtl\nmap_Bump nowhere.png\nKd 0.5 0.25 0.125\n")
 report = accepted("import self.obj\nreport materials").reports

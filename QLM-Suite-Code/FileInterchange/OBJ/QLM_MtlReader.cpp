@@ -42,8 +42,7 @@ void Statement(QLM_Material& material, std::string_view token, const std::string
     if (is("Ns")) {
         if (Numbers(remainder, value, 1)) material.Glossy->Strength = value[0] / 100.0f;
     } else if (is("d")) {
-        if (Numbers(remainder, value, 1))
-            material.Transparency->Strength = std::clamp(1.0f - value[0], 0.0f, 1.0f);
+        if (Numbers(remainder, value, 1)) material.Transparency->Strength = std::clamp(1.0f - value[0], 0.0f, 1.0f);
     } else if (is("Ka") || is("Kd") || is("Ks")) {
         if (!Numbers(remainder, value, 3)) return;
         QLM_MaterialChannel* channel = is("Ka") ? material.Ambient : is("Kd") ? material.Color : material.Specular;

@@ -250,6 +250,7 @@ bool QLM_ReadObjFile(const std::string& path, QLM_Mesh* mesh, const QLM_ObjReadO
         readable = QLM_MakeTempFileName(QLM_OS::GetTempPath(), "tmp");
         if (!QLM_GunzipFile(path, readable, error, std::max(UnpackedAlways, failure ? 0 : size * UnpackedPerByte))) {
             QLM_DeleteFile(readable);
+            error = "It can't be unpacked: " + error + ".";
             return false;
         }
     }

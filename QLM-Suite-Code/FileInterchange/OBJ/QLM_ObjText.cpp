@@ -76,7 +76,8 @@ class ChunkReader {
                                                    "InternalName:") == 0)
                 Add(QLM_ObjStatement::InternalName, name);
         } else if (token == "usemtl") Add(QLM_ObjStatement::Material, rest);
-        else if (line.substr(0, 6) == "mtllib") Add(QLM_ObjStatement::Library, QLM_Scan::Trim(line.substr(6)));
+        else if (line = QLM_Scan::Trim(line); line.starts_with("mtllib"))
+            Add(QLM_ObjStatement::Library, QLM_Scan::Trim(line.substr(6)));
     }
 
     /// Appends the face when every corner is good.

@@ -7,6 +7,7 @@
 #include "Geometry/QLM_Mesh.h"
 #include "Geometry/QLM_Object.h"
 #include "Maps/QLM_MaterialMapSource.h"
+#include "Math/QLM_Matrix.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -100,8 +101,15 @@ void WriteObj(FILE* file, QLM_Mesh& mesh, const std::string& mtlName, const QLM_
         QLM_WriteObjLines(file, array.GetCount(),
                           [&](int i, QLM_LineBuffer& out) { out.Numbers(keyword, array[i], count); });
     };
-    // The resolved shape stands behind the world matrix already.
-    write("v", mesh.ResolvedVertices, 3);
+    // The resolved shape stands behind the world matrix already, but for vertices that aren't visible.
+    const bool isPlaced = mesh.IsIdentity();
+    QLM_WriteObjLines(file, mesh.ResolvedVertices.GetCount(), [&](int v, QLM_LineBuffer& out) {
+        float point[3];
+        std::copy_n(mesh.ResolvedVertices[v], 3, point);
+        if (!isPlaced && mesh.HasVertexFlag(v, eVFlag_Hidden))
+            MatrixTransformPoint(mesh.GetWorldMatrix(), point, point);
+        out.Numbers("v", point, 3);
+    });
     write("vn", mesh.VertexNormals, 3);
     if (options.verticesOnly) return;
     write("vt", mesh.TextureVertices, 2);
@@ -255,11 +263,12 @@ bool QLM_WriteObjGroups(QLM_Mesh* mesh, const std::string& path, const QLM_ObjWr
     for (int g = 0; g < mesh->GetGroupCount(); ++g) {
         const QLM_Group2& group = *mesh->GetGroup(g);
         if (options.changedGroupsOnly && !writer.HasMoved(group)) continue;
-        const std::string groupPath = QLM_FormatText("%s_%s.OBJ", stem, std::string(ShortName(group)));
+        // Names are longer than a formatted text may be.
+        const std::string groupPath = stem + "_" + std::string(ShortName(group)) + ".OBJ";
         QLM_SafeFileWriter obj(groupPath);
         if (obj.GetStream()) writer.Write(obj.GetStream(), group, mtlName, options.verticesOnly);
         if (obj.Commit()) continue;
-        QLM_OS::Get().PrintMessage("Error creating the file %s", groupPath);
+        QLM_OS::Get().PrintMessageText("Error creating the file " + groupPath);
         good = false;
     }
     if (isMoved) mesh->ResolveMorphs(true);
