@@ -45,14 +45,11 @@ mode_t ModeOf(const std::string& path) {
     return stat(path.c_str(), &status) == 0 ? status.st_mode : 0;
 }
 
-/// Opens what the platform calls a file; a directory, which fopen would read from, is none.
+/// Opens what the platform calls a file. A directory is none, though fopen would take it, nor is a pipe, whose other end
+/// might never come.
 FILE* OpenPlain(const std::string& path, const std::string& mode) {
-    FILE* file = std::fopen(path.c_str(), mode.c_str());
-    if (!file) return nullptr;
-    struct stat status;
-    if (fstat(fileno(file), &status) == 0 && !S_ISDIR(status.st_mode)) return file;
-    std::fclose(file);
-    return nullptr;
+    const mode_t kind = ModeOf(path);
+    return S_ISDIR(kind) || S_ISFIFO(kind) ? nullptr : std::fopen(path.c_str(), mode.c_str());
 }
 
 FILE* OpenFromArchive(std::string_view path, const std::string& mode) {
