@@ -31,6 +31,8 @@ bool QLM_ImageSource::CheckSize(uint64_t rowBits, uint64_t ratio) {
     if (info.width == 0 || info.height == 0) return Fail("it has no pixels");
     if (info.width > QLM_MaximumImageSide || info.height > QLM_MaximumImageSide)
         return Fail("its " + sides + " are beyond the limit of " + std::to_string(QLM_MaximumImageSide) + " a side");
+    if (uint64_t(info.width) * info.height > QLM_MaximumImagePixels)
+        return Fail("its " + sides + " are more than " + std::to_string(QLM_MaximumImagePixels));
     const uint64_t unpacked = (rowBits + 7) / 8 * info.height;
     if (unpacked / ratio > size) return Fail("its " + std::to_string(size) + " bytes cannot hold " + sides);
     return true;

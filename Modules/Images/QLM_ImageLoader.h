@@ -24,8 +24,9 @@ struct QLM_LoadedImage {
     std::string notice;        ///< what was lost on the way in (16 bit, CMYK), empty for nothing
 };
 
-/// Largest side of a picture that is decoded.
-constexpr uint32_t QLM_MaximumImageSide = 30000;
+/// The longest side and the most pixels of a picture that is decoded. Maps cut longer sides than theirs down.
+constexpr uint32_t QLM_MaximumImageSide = 1000000;
+constexpr uint64_t QLM_MaximumImagePixels = 900000000;
 
 /// Reads the header; false with a one-line reason that names the file.
 bool QLM_ReadImageInfo(const std::string& path, QLM_ImageInfo& out, std::string& error);
